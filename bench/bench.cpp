@@ -1,0 +1,157 @@
+#include "bench.h"
+
+#include <algorithm>
+#include <cmath>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <random>
+
+namespace nuxbench {
+namespace {
+
+struct Registered {
+    std::string name;
+    int order;
+    SectionFn fn;
+};
+
+std::vector<Registered>& registry() {
+    static std::vector<Registered> sections;
+    return sections;
+}
+
+using Clock = std::chrono::steady_clock;
+
+// Seconds per call of c.run, measured over enough calls to last `min_time`.
+double time_once(const Contender& c, double min_time, size_t* out_size) {
+    size_t iters = 0;
+    const auto start = Clock::now();
+    double elapsed = 0;
+    do {
+        *out_size = c.run();
+        ++iters;
+        elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    } while (elapsed < min_time);
+    return elapsed / double(iters);
+}
+
+std::string percent(size_t out, size_t in) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2f%%", in ? 100.0 * double(out) / double(in) : 0.0);
+    return buf;
+}
+
+}  // namespace
+
+SectionRegistrar::SectionRegistrar(const char* name, int order, SectionFn fn) {
+    registry().push_back({name, order, fn});
+}
+
+Session::Session(std::vector<Input> inputs, bool quick) : inputs_(std::move(inputs)), quick_(quick) {
+    for (const auto& in : inputs_) total_.insert(total_.end(), in.data.begin(), in.data.end());
+}
+
+void Session::section(const std::string& title) { std::printf("\n== %s\n", title.c_str()); }
+
+void Session::note(const std::string& text) { std::printf("   %s\n", text.c_str()); }
+
+void Session::compete(const std::string& label, const std::string& input, size_t in_bytes,
+                      const Contender& ours, const std::vector<Contender>& peers) {
+    std::vector<const Contender*> all{&ours};
+    for (const auto& p : peers) all.push_back(&p);
+    std::vector<double> best(all.size(), 1e30);
+    std::vector<size_t> size(all.size(), 0);
+    const int rounds = quick_ ? 2 : 5;
+    const double min_time = quick_ ? 0.01 : 0.05;
+    for (int r = 0; r < rounds; ++r)
+        for (size_t i = 0; i < all.size(); ++i)
+            best[i] = std::min(best[i], time_once(*all[i], min_time, &size[i]));
+    auto mbs = [&](size_t i) { return double(in_bytes) / best[i] / 1e6; };
+    const bool sized = size[0] != 0;
+    if (peers.empty()) {
+        std::printf("  %-28s %-14s %-16s %10.1f MB/s%s\n", label.c_str(), input.c_str(),
+                    ours.name.c_str(), mbs(0), sized ? ("  " + percent(size[0], in_bytes)).c_str() : "");
+        return;
+    }
+    for (size_t i = 1; i < all.size(); ++i) {
+        std::printf("  %-28s %-14s %-16s %10.1f MB/s  vs %-18s %10.1f MB/s  speed x%.2f", label.c_str(),
+                    input.c_str(), ours.name.c_str(), mbs(0), all[i]->name.c_str(), mbs(i), mbs(0) / mbs(i));
+        if (sized && size[i])
+            std::printf("  size %s vs %s  x%.3f", percent(size[0], in_bytes).c_str(),
+                        percent(size[i], in_bytes).c_str(), double(size[0]) / double(size[i]));
+        std::printf("\n");
+    }
+    std::fflush(stdout);
+}
+
+void run_all(Session& session, const std::string& filter) {
+    auto sections = registry();
+    std::stable_sort(sections.begin(), sections.end(),
+                     [](const auto& a, const auto& b) { return a.order < b.order; });
+    const auto missing = missing_peers();
+    if (!missing.empty()) {
+        std::string list;
+        for (const auto& m : missing) list += " " + m;
+        std::printf("peers missing from this build (their rows are skipped):%s\n", list.c_str());
+    }
+    std::printf("inputs:");
+    for (const auto& in : session.inputs()) std::printf(" %s (%zu bytes)", in.name.c_str(), in.data.size());
+    std::printf("\nspeed ratio = ours/peer (above 1: we are faster); size ratio = ours/peer (below 1: we are smaller)\n");
+    for (const auto& s : sections)
+        if (filter.empty() || s.name.find(filter) != std::string::npos) s.fn(session);
+}
+
+std::vector<std::string> missing_peers() {
+    std::vector<std::string> m;
+#ifndef NUXZO_HAVE_ZLIB
+    m.push_back("zlib1g-dev");
+#endif
+#ifndef NUXZO_HAVE_DEFLATE
+    m.push_back("libdeflate-dev");
+#endif
+#ifndef NUXZO_HAVE_ISAL
+    m.push_back("libisal-dev");
+#endif
+#ifndef NUXZO_HAVE_LZ4
+    m.push_back("liblz4-dev");
+#endif
+    return m;
+}
+
+// Text: words drawn from a Zipf-like vocabulary with punctuation and line
+// breaks, so that match lengths and literal statistics resemble prose.
+// Binary: fixed-size records of slowly changing integers, like a table dump.
+std::vector<Input> embedded_sample() {
+    std::mt19937_64 rng(20261122);
+    std::vector<std::string> vocab;
+    for (int i = 0; i < 4000; ++i) {
+        std::string w;
+        const int len = 2 + int(rng() % 9);
+        for (int k = 0; k < len; ++k) w += char('a' + int(rng() % 26));
+        vocab.push_back(w);
+    }
+    Input text{"sample-text", {}};
+    const size_t text_size = 6u << 20;
+    while (text.data.size() < text_size) {
+        const double u = double(rng() % 1000000 + 1) / 1e6;
+        const size_t idx = std::min<size_t>(vocab.size() - 1, size_t(std::pow(u, 3.0) * double(vocab.size())));
+        for (char ch : vocab[idx]) text.data.push_back(uint8_t(ch));
+        const uint64_t r = rng() % 100;
+        text.data.push_back(r < 8 ? ',' : r < 12 ? '.' : r < 14 ? '\n' : ' ');
+    }
+    text.data.resize(text_size);
+    Input binary{"sample-records", {}};
+    uint32_t id = 1000, price = 50000, stamp = 1700000000;
+    while (binary.data.size() < (4u << 20)) {
+        id += 1;
+        price += uint32_t(rng() % 200) - 100;
+        stamp += uint32_t(rng() % 60);
+        const uint32_t fields[4] = {id, price, stamp, uint32_t(rng() % 16)};
+        for (uint32_t f : fields)
+            for (int k = 0; k < 4; ++k) binary.data.push_back(uint8_t(f >> (8 * k)));
+    }
+    return {std::move(text), std::move(binary)};
+}
+
+}  // namespace nuxbench

@@ -1,0 +1,106 @@
+#include "support/test_support.h"
+
+#include <cpuid.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+
+namespace nuxtest {
+
+GuardedBuffer::GuardedBuffer(size_t size) : size_(size) {
+    const size_t page = size_t(sysconf(_SC_PAGESIZE));
+    const size_t body = (size + page - 1) / page * page;
+    map_size_ = body + 2 * page;
+    void* m = mmap(nullptr, map_size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m == MAP_FAILED) throw std::runtime_error("mmap failed");
+    map_ = static_cast<uint8_t*>(m);
+    if (body && mprotect(map_ + page, body, PROT_READ | PROT_WRITE) != 0)
+        throw std::runtime_error("mprotect failed");
+    data_ = map_ + page + body - size;
+}
+
+GuardedBuffer::~GuardedBuffer() { munmap(map_, map_size_); }
+
+Bytes random_bytes(size_t n, uint64_t seed) {
+    std::mt19937_64 rng(seed);
+    Bytes out(n);
+    for (auto& b : out) b = uint8_t(rng());
+    return out;
+}
+
+Bytes compressible_bytes(size_t n, uint64_t seed) {
+    static const char* const words[] = {"the ",  "compress", "ion ",   "of ",   "data ", "stream",
+                                        "block ", "Huffman ", "window ", "match ", "\n",    "zlib ",
+                                        "12345", "deflate ", "history ", "<tag>", "</tag>", "  "};
+    std::mt19937_64 rng(seed);
+    Bytes out;
+    out.reserve(n);
+    while (out.size() < n) {
+        const uint64_t r = rng();
+        if ((r & 15) == 0 && out.size() > 300) {
+            // Copy an earlier stretch: matches at long distances.
+            size_t len = 4 + (r >> 8) % 200, dist = 1 + (r >> 20) % std::min<size_t>(out.size(), 40000);
+            for (size_t i = 0; i < len && out.size() < n; ++i) out.push_back(out[out.size() - dist]);
+        } else if ((r & 15) == 1) {
+            out.push_back(uint8_t(r >> 32));  // an odd byte now and then
+        } else {
+            for (const char* w = words[(r >> 8) % std::size(words)]; *w && out.size() < n; ++w)
+                out.push_back(uint8_t(*w));
+        }
+    }
+    return out;
+}
+
+Bytes read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw std::runtime_error("cannot read " + path);
+    return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+const std::vector<CorpusFile>& corpus() {
+    static const std::vector<CorpusFile> files = [] {
+        namespace fs = std::filesystem;
+        std::vector<CorpusFile> out;
+        const fs::path zips = NUXZO_CORPUS_DIR;
+        const fs::path dir = fs::path(NUXZO_BUILD_DIR) / "corpus";
+        if (!fs::is_directory(zips)) return out;
+        fs::create_directories(dir);
+        for (const auto& entry : fs::directory_iterator(zips)) {
+            if (entry.path().extension() != ".zip") continue;
+            const fs::path file = dir / entry.path().stem();
+            if (!fs::exists(file)) {
+                const std::string cmd = "unzip -qo '" + entry.path().string() + "' -d '" + dir.string() + "'";
+                if (std::system(cmd.c_str()) != 0) throw std::runtime_error("unzip failed: " + cmd);
+            }
+            out.push_back({entry.path().stem().string(), read_file(file.string())});
+        }
+        std::sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+        return out;
+    }();
+    return files;
+}
+
+bool can_check_upper_vector_state() {
+    unsigned a, b, c, d;
+    if (!__get_cpuid_count(0xD, 1, &a, &b, &c, &d)) return false;
+    return a & (1u << 2);  // XGETBV with ECX=1 supported
+}
+
+// Bits 2 (upper halves of YMM0-15) and 6 (upper halves of ZMM0-15) of the
+// in-use state; VZEROUPPER returns both to the initial state.
+bool leaves_upper_state_clean(void (*fn)(void*), void* ctx) {
+    __asm__ volatile("vzeroupper" ::: "memory");
+    fn(ctx);
+    unsigned lo, hi;
+    __asm__ volatile("xgetbv" : "=a"(lo), "=d"(hi) : "c"(1));
+    return (lo & 0x44) == 0;
+}
+
+}  // namespace nuxtest
