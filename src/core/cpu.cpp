@@ -19,7 +19,7 @@ Nux32u detect_max_cache_size() {
     Nux64u best = 0;
     unsigned a, b, c, d;
     for (unsigned leaf : {4u, 0x8000001Du}) {
-        if (__get_cpuid_max(leaf & 0x80000000u, nullptr) < leaf) continue;
+        if (unsigned(__get_cpuid_max(leaf & 0x80000000u, nullptr)) < leaf) continue;
         for (unsigned i = 0; i < 16; ++i) {
             __cpuid_count(leaf, i, a, b, c, d);
             if ((a & 0x1F) == 0) break;  // no more caches
