@@ -1,0 +1,137 @@
+// Greedy LZ77 parse: every position takes the best match found there at once.
+//
+// Two modes. With chainDepth 0 (levels 0, 10, 20) one three-byte shift-hash
+// probe per position and only the head table: the cheapest parse that still
+// finds runs and repeats. Otherwise the four-byte CRC hash with a chain walk
+// of up to chainDepth candidates; a candidate must first pass a four-byte
+// test at the end of the would-be match (offsets best-3..best), which rejects
+// nearly all candidates that cannot beat the current best before any
+// comparison loop runs. The minimum match of the chained mode is therefore 4.
+#include <algorithm>
+
+#include "deflate/lz77_parse.h"
+
+namespace nux::deflate {
+
+namespace {
+
+NuxStatus single_probe(const Lz77Call& c, int32_t pos0) {
+    const uint8_t* src = *c.ppSrc;
+    const Span sp = span_of(*c.pSrcLen, c.flush);
+    const History hist(src, c.pWindow, pos0);
+    const uint32_t hmask = c.hashSize - 1, win = c.winSize;
+    int32_t* head = c.pHashHead;
+    const uint32_t slots = *c.pSlotsLeft;
+    uint32_t out = 0;
+    int64_t i = 0;
+    while (i < sp.code_end && out < slots) {
+        const int32_t p = pos0 + int32_t(i);
+        const uint8_t* cur = src + i;
+        const uint32_t h = shift_hash(cur, hmask);
+        const int32_t cand = head[h];
+        head[h] = p;
+        int len = 0;
+        if (uint32_t(p) - uint32_t(cand) - 1u < win - 1u)
+            len = hist.match(cur, cand, int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i)));
+        if (len >= 3) {
+            put_match(c, out, len, p - cand);
+            // Every covered position that still has three bytes goes into the head.
+            const int64_t last = std::min<int64_t>(i + len - 1, sp.n - 3);
+            for (int64_t q = i + 1; q <= last; ++q) head[shift_hash(src + q, hmask)] = pos0 + int32_t(q);
+            i += len;
+        } else {
+            put_literal(c, out, *cur);
+            ++i;
+        }
+    }
+    if (c.flush >= 2)
+        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
+    finish_call(c, i, out);
+    return NuxStatusOk;
+}
+
+}  // namespace
+
+NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
+    const uint8_t* src = *c.ppSrc;
+    const Span sp = span_of(*c.pSrcLen, c.flush);
+    const History hist(src, c.pWindow, pos0);
+    const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
+    int32_t* head = c.pHashHead;
+    int32_t* chain = c.pHashChain;
+    const int depth = c.params.chainDepth;
+    int max_len = rfc1951::kMaxMatch;
+    int shorten = c.params.shortenLength, enough = c.params.enoughLength;
+    int insert_limit = c.params.lazyInsertLimit;
+    if (plain) {
+        // The lazy finder's fallback: the whole chain, no cut, every covered
+        // position inserted.
+        shorten = enough = INT32_MAX;
+        insert_limit = rfc1951::kMaxMatch;
+        if (sp.single) max_len = rfc1951::kMaxMatch - 1;
+    } else if (sp.single) {
+        insert_limit = std::min(insert_limit, rfc1951::kMaxMatch - 1);
+    }
+    const uint32_t slots = *c.pSlotsLeft;
+    uint32_t out = 0;
+    int64_t i = 0;
+    while (i < sp.code_end && out < slots) {
+        const int32_t p = pos0 + int32_t(i);
+        const uint8_t* cur = src + i;
+        int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        const int limit = int(std::min<int64_t>(max_len, sp.n - i));
+        int best = 3, best_dist = 0, budget = depth;
+        bool shortened = false;
+        // A candidate is usable while its distance is 1..winSize-1.
+        while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
+            if (hist.word(cand, best - 3) == load32(cur + best - 3)) {
+                const int len = hist.match(cur, cand, limit);
+                if (len > best) {
+                    best = len;
+                    best_dist = p - cand;
+                    if (best >= enough || best >= limit) break;
+                    if (!shortened && best >= shorten) {
+                        budget >>= 2;
+                        shortened = true;
+                    }
+                }
+            }
+            cand = chain[uint32_t(cand) & wmask];
+        }
+        if (best < 4) {
+            put_literal(c, out, *cur);
+            ++i;
+            continue;
+        }
+        put_match(c, out, best, best_dist);
+        // Covered positions: all of them for short matches. A match that
+        // overlaps itself (a run with period best_dist) only needs its last
+        // few positions hashed, and only when the period is short enough.
+        int64_t from = i + 1;
+        bool insert = best <= insert_limit;
+        if (best_dist < best) {
+            from = i + std::max(best - best_dist, 4) - 3;
+            insert = best_dist <= insert_limit;
+        }
+        if (insert) {
+            const int64_t last = std::min<int64_t>(i + best - 1, sp.n - 4);
+            for (int64_t q = from; q <= last; ++q) insert_crc(src + q, pos0 + int32_t(q), head, chain, hmask, wmask);
+        }
+        i += best;
+    }
+    if (c.flush >= 2 && i >= sp.code_end) {
+        const int64_t tail = i;
+        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
+        clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
+    }
+    finish_call(c, i, out);
+    return NuxStatusOk;
+}
+
+NuxStatus lz77_greedy(const Lz77Call& c) {
+    const int32_t pos0 = rebase_if_needed(c, c.params.chainDepth != 0);
+    if (c.params.chainDepth == 0) return single_probe(c, pos0);
+    return greedy_chained(c, pos0, false);
+}
+
+}  // namespace nux::deflate

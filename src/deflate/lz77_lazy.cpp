@@ -1,0 +1,96 @@
+// Lazy LZ77 parse: the match found at p - 1 is held back for one position and
+// sent only when p offers nothing strictly longer; otherwise the byte at p - 1
+// becomes a literal and the longer match is carried instead. This is what
+// levels with units digit 5..9 use; it finds the parse that a greedy choice of
+// a slightly shorter earlier match would miss.
+//
+// Invariant of the loop: `pending` says that the byte at offset i - 1 has been
+// searched but not yet sent; `prev_len`/`prev_dist` hold its match (prev_len <
+// 4: no usable match). Each turn sends at most one symbol, and the pending
+// symbol after the loop one more, so the loop runs while two slots are free.
+#include <algorithm>
+
+#include "deflate/lz77_parse.h"
+
+namespace nux::deflate {
+
+NuxStatus lz77_lazy(const Lz77Call& c) {
+    const int32_t pos0 = rebase_if_needed(c, true);
+    const uint8_t* src = *c.ppSrc;
+    const Span sp = span_of(*c.pSrcLen, c.flush);
+    const uint32_t slots = *c.pSlotsLeft;
+    // Without a position that has the full lookahead, or without room for a
+    // deferred decision, the call falls back to a plain greedy walk.
+    if (slots < 2 || sp.n <= 261) return greedy_chained(c, pos0, true);
+
+    const History hist(src, c.pWindow, pos0);
+    const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
+    int32_t* head = c.pHashHead;
+    int32_t* chain = c.pHashChain;
+    const int depth = c.params.chainDepth, shorten = c.params.shortenLength;
+    const int enough = c.params.enoughLength, no_search = c.params.lazyInsertLimit;
+
+    auto insert_range = [&](int64_t from, int64_t last) {
+        last = std::min<int64_t>(last, sp.n - 4);
+        for (int64_t q = from; q <= last; ++q) insert_crc(src + q, pos0 + int32_t(q), head, chain, hmask, wmask);
+    };
+
+    uint32_t out = 0;
+    int64_t i = 0;
+    bool pending = false;
+    int prev_len = 0, prev_dist = 0;
+    while (i < sp.code_end && out + 2 <= slots) {
+        const int32_t p = pos0 + int32_t(i);
+        const uint8_t* cur = src + i;
+        int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        const int limit = int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i));
+        const int start = prev_len >= 4 ? prev_len : 3;
+        int best = start, best_dist = 0;
+        if (prev_len < no_search && start < limit) {
+            int budget = prev_len >= shorten ? depth >> 2 : depth;
+            while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
+                if (hist.word(cand, best - 3) == load32(cur + best - 3)) {
+                    const int len = hist.match(cur, cand, limit);
+                    if (len > best) {
+                        best = len;
+                        best_dist = p - cand;
+                        if (best >= enough || best >= limit) break;
+                    }
+                }
+                cand = chain[uint32_t(cand) & wmask];
+            }
+        }
+        if (pending && prev_len >= 4 && best == start) {
+            // Nothing longer here: the held match from i - 1 goes out.
+            put_match(c, out, prev_len, prev_dist);
+            insert_range(i + 1, i + prev_len - 2);
+            i += prev_len - 1;
+            pending = false;
+            prev_len = 0;
+            continue;
+        }
+        if (pending) put_literal(c, out, src[i - 1]);
+        pending = true;
+        prev_len = best > start ? best : 0;
+        prev_dist = best_dist;
+        ++i;
+    }
+    if (pending) {
+        if (prev_len >= 4) {
+            put_match(c, out, prev_len, prev_dist);
+            insert_range(i + 1, i + prev_len - 2);
+            i += prev_len - 1;
+        } else {
+            put_literal(c, out, src[i - 1]);
+        }
+    }
+    if (c.flush >= 2 && i >= sp.code_end) {
+        const int64_t tail = i;
+        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
+        clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
+    }
+    finish_call(c, i, out);
+    return NuxStatusOk;
+}
+
+}  // namespace nux::deflate
