@@ -139,9 +139,11 @@ typedef struct NuxInflateHuffTable {
     Nux32u saved[3];      /* values kept with subState (private) */
     Nux32u maxLitLenBits; /* longest literal/length code (short layout) */
     Nux32u maxDistBits;   /* longest distance code (short layout) */
-    Nux8u table[6912];
+    /* 7168 bytes: the short layout at its largest (2^11 16-bit literal/length
+     * entries, 1024 distance bytes, 2^10 16-bit distances) needs them all. */
+    Nux8u table[7168];
 } NuxInflateHuffTable;
-#define NUX_INFLATE_HUFF_TABLE_SIZE (48 + 6912)
+#define NUX_INFLATE_HUFF_TABLE_SIZE (48 + 7168)
 
 NUX_API NuxStatus nuxsInflateBuildHuffTable(const Nux16u* pCodeLens, unsigned int nLitLen,
                                             unsigned int nDist, NuxInflateHuffTable* pTable);

@@ -1,0 +1,215 @@
+// Builds the decoding tables of one dynamic Deflate block from its code
+// lengths (RFC 1951 section 3.2.7). The layouts are described in
+// inflate_tables.h.
+#include <array>
+#include <cstring>
+
+#include "core/args.h"
+#include "core/memory.h"
+#include "deflate/inflate_tables.h"
+
+namespace nux::inflate {
+namespace {
+
+struct CodeSet {
+    unsigned count[16] = {};
+    unsigned maxLen = 0;
+    unsigned used = 0;
+};
+
+// Counts the lengths and checks that the code is neither over-subscribed nor
+// incomplete. Deflate encoders emit a single one-bit code when an alphabet
+// has only one symbol in use, so that one incomplete set is accepted.
+// `allowEmpty`: a set without any code passes (distances of a block without
+// matches).
+bool check_set(const Nux16u* lens, unsigned n, bool allowEmpty, CodeSet& s) {
+    for (unsigned i = 0; i < n; ++i) {
+        if (lens[i] > 15) return false;
+        if (lens[i]) {
+            ++s.count[lens[i]];
+            ++s.used;
+            if (lens[i] > s.maxLen) s.maxLen = lens[i];
+        }
+    }
+    if (s.used == 0) return allowEmpty;
+    // left = code space used at depth n, in units of 2^-n.
+    uint32_t left = 0;
+    for (unsigned len = 1; len <= s.maxLen; ++len) {
+        left = 2 * left + s.count[len];
+        if (left > (1u << len)) return false;  // over-subscribed
+    }
+    if (left == (1u << s.maxLen)) return true;
+    return s.used == 1 && s.maxLen == 1;
+}
+
+// First canonical code of each length (RFC 1951 section 3.2.2, step 2).
+void first_codes(const CodeSet& s, uint32_t next[16]) {
+    uint32_t code = 0;
+    next[0] = 0;
+    for (unsigned len = 1; len < 16; ++len) {
+        code = (code + (len > 1 ? s.count[len - 1] : 0)) << 1;
+        next[len] = code;
+    }
+}
+
+constexpr std::array<uint8_t, 256> kReverseByte = [] {
+    std::array<uint8_t, 256> t{};
+    for (uint32_t i = 0; i < 256; ++i) t[i] = uint8_t(reverse_bits(i, 8));
+    return t;
+}();
+
+inline uint32_t reversed(uint32_t code, unsigned len) {
+    const uint32_t r16 = (uint32_t(kReverseByte[code & 0xFF]) << 8) | kReverseByte[code >> 8];
+    return r16 >> (16 - len);
+}
+
+// Writes `entry` at every index < size whose low `len` bits equal `index`.
+inline void replicate(uint16_t* t, uint32_t index, unsigned len, uint32_t size, uint16_t entry) {
+    const uint32_t step = 1u << len;
+    uint32_t i = index;
+    for (; i + 3 * step < size; i += 4 * step) {
+        t[i] = entry;
+        t[i + step] = entry;
+        t[i + 2 * step] = entry;
+        t[i + 3 * step] = entry;
+    }
+    for (; i < size; i += step) t[i] = entry;
+}
+
+void build_short(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const CodeSet& lit, const CodeSet& dist,
+                 Nux8u* area) {
+    uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
+    const uint32_t litSize = 1u << lit.maxLen;
+    uint32_t next[16];
+    first_codes(lit, next);
+    if (lit.used == 1)  // the lone one-bit code: index 1 is no code
+        litTable[1] = uint16_t(1 | (kKindInvalid << 4));
+    for (unsigned s = 0; s < nLitLen; ++s) {
+        const unsigned len = lens[s];
+        if (len) replicate(litTable, reversed(next[len]++, len), len, litSize, litlen_entry(s, len, false));
+    }
+    if (dist.used == 0) return;
+    uint8_t* distBytes = area + kShortDistByteOffset;
+    uint16_t* distBase = reinterpret_cast<uint16_t*>(area + kShortDistBaseOffset);
+    const uint32_t distSize = 1u << dist.maxLen;
+    first_codes(dist, next);
+    if (dist.used == 1) {
+        distBytes[1] = 0;
+        distBase[1] = 0;
+    }
+    for (unsigned s = 0; s < nDist; ++s) {
+        const unsigned len = lens[nLitLen + s];
+        if (!len) continue;
+        const uint32_t r = reversed(next[len]++, len);
+        const uint8_t b = uint8_t((rfc1951::kDistExtra[s] << 4) | len);
+        for (uint32_t i = r; i < distSize; i += 1u << len) {
+            distBytes[i] = b;
+            distBase[i] = rfc1951::kDistBase[s];
+        }
+    }
+}
+
+// Fills one alphabet of the general layout: a 1024-entry first level followed
+// by second-level tables, one per 10-bit prefix of the longer codes, each as
+// wide as the longest code below its prefix. Returns false if the second
+// levels do not fit (impossible for the complete sets that reach here).
+template <typename Entry>
+bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, uint16_t* t, size_t capacity,
+                            bool distance, Entry entry) {
+    uint32_t next[16];
+    first_codes(set, next);
+    uint8_t subBits[kRootEntries] = {};
+    uint16_t subOffset[kRootEntries];
+    if (set.maxLen > kRootBits) {
+        uint32_t probe[16];
+        std::memcpy(probe, next, sizeof probe);
+        for (unsigned s = 0; s < n; ++s) {
+            const unsigned len = lens[s];
+            if (len <= kRootBits) {
+                if (len) ++probe[len];
+                continue;
+            }
+            const uint32_t prefix = reversed(probe[len]++, len) & (kRootEntries - 1);
+            if (len - kRootBits > subBits[prefix]) subBits[prefix] = uint8_t(len - kRootBits);
+        }
+        size_t used = kRootEntries;
+        for (uint32_t p = 0; p < kRootEntries; ++p) {
+            if (!subBits[p]) continue;
+            if (used + (size_t(1) << subBits[p]) > capacity) return false;
+            subOffset[p] = uint16_t(used - kRootEntries);
+            t[p] = distance ? uint16_t(kDistSubTable | (subOffset[p] << 4) | subBits[p])
+                            : uint16_t((kKindSubTable << 4) | ((subOffset[p] / 2) << 8) | subBits[p]);
+            used += size_t(1) << subBits[p];
+        }
+    }
+    for (unsigned s = 0; s < n; ++s) {
+        const unsigned len = lens[s];
+        if (!len) continue;
+        const uint32_t r = reversed(next[len]++, len);
+        if (len <= kRootBits) {
+            entry(t, s, len, r);
+        } else {
+            const uint32_t prefix = r & (kRootEntries - 1);
+            uint16_t* sub = t + kRootEntries + subOffset[prefix];
+            replicate(sub, r >> kRootBits, len - kRootBits, 1u << subBits[prefix],
+                      distance ? uint16_t(len | (rfc1951::kDistExtra[s] << 4) | (s << 8))
+                               : litlen_entry(s, len, true));
+        }
+    }
+    return true;
+}
+
+bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const CodeSet& lit, const CodeSet& dist,
+                   Nux8u* area) {
+    zero_bytes(area, 6912);
+    uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
+    uint16_t* distTable = reinterpret_cast<uint16_t*>(area + kGeneralDistOffset);
+    if (lit.used == 1)  // the lone one-bit code: odd indices are no code
+        replicate(litTable, 1, 1, kRootEntries, uint16_t(1 | (kKindInvalid << 4)));
+    const bool litOk = build_general_alphabet(
+        lens, nLitLen, lit, litTable, kGeneralLitLenEntries, false,
+        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) { replicate(t, r, len, kRootEntries, litlen_entry(s, len, true)); });
+    if (!litOk) return false;
+    // Distance codes short enough have their extra bits folded into the first
+    // level, so that one lookup gives the finished distance.
+    return build_general_alphabet(
+        lens + nLitLen, nDist, dist, distTable, kGeneralDistEntries, true,
+        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
+            const unsigned extra = rfc1951::kDistExtra[s];
+            if (len + extra <= kRootBits) {
+                for (uint32_t v = 0; v < (1u << extra); ++v)
+                    replicate(t, r | (v << len), len + extra, kRootEntries,
+                              uint16_t(kDistFinished | ((rfc1951::kDistBase[s] + v) << 4) | (len + extra)));
+            } else {
+                replicate(t, r, len, kRootEntries, uint16_t(len | (extra << 4) | (s << 8)));
+            }
+        });
+}
+
+NuxStatus build_huff_table(const Nux16u* lens, unsigned nLitLen, unsigned nDist, NuxInflateHuffTable* table) {
+    CodeSet lit, dist;
+    if (!check_set(lens, nLitLen, false, lit)) return NuxStatusBadStream;
+    if (!check_set(lens + nLitLen, nDist, true, dist)) return NuxStatusBadStream;
+    if (lit.maxLen <= kShortMaxLitLenBits && dist.maxLen <= kShortMaxDistBits) {
+        table->kind = kLayoutShort;
+        table->maxLitLenBits = lit.maxLen;
+        table->maxDistBits = dist.maxLen;
+        // The short decoder relies on the end-of-block code being present.
+        if (nLitLen < 257 || lens[rfc1951::kEndOfBlock] == 0) return NuxStatusBadStream;
+        build_short(lens, nLitLen, nDist, lit, dist, table->table);
+        return NuxStatusOk;
+    }
+    table->kind = kLayoutGeneral;
+    if (!build_general(lens, nLitLen, nDist, lit, dist, table->table)) return NuxStatusBadStream;
+    return NuxStatusOk;
+}
+
+}  // namespace
+}  // namespace nux::inflate
+
+extern "C" NUX_API NuxStatus nuxsInflateBuildHuffTable(const Nux16u* pCodeLens, unsigned int nLitLen,
+                                                       unsigned int nDist, NuxInflateHuffTable* pTable) {
+    NUX_CHECK_PTRS(pCodeLens, pTable);
+    NUX_CHECK_SIZE(nLitLen <= 288 && nDist <= 30);
+    return nux::inflate::build_huff_table(pCodeLens, nLitLen, nDist, pTable);
+}

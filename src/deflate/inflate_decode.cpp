@@ -1,0 +1,389 @@
+// Resumable decoder of one Deflate block body (RFC 1951 section 3.2.5):
+// literal/length symbols, their extra bits, distance symbols and their extra
+// bits, and the copies they describe, up to the end-of-block code.
+//
+// Why it is fast:
+//  - the bit buffer is 64 bits wide inside a call and is refilled with one
+//    unaligned 8-byte load while at least 8 input bytes remain: after a refill
+//    it holds 56..63 bits, enough for the longest symbol (15 + 5 length bits,
+//    15 + 13 distance bits);
+//  - table entries carry everything a symbol needs (bits to consume, kind,
+//    literal or length base; the short distance codes of the general layout
+//    even carry the finished distance);
+//  - while at least kFastRoom bytes of output room remain, matches are copied
+//    in 16- or 8-byte words that may run past the match end (into room that
+//    the next symbols overwrite).
+// Near the ends of the input or the output, one symbol at a time is decoded
+// exactly, so that a call can stop at any symbol (input ran out: mode 1) or
+// inside one (output full: mode 2).
+#include <cstring>
+
+#include "core/args.h"
+#include "deflate/inflate_tables.h"
+
+namespace nux::inflate {
+namespace {
+
+// Sub-states kept in the state block when the output filled inside a symbol.
+enum SubState : uint32_t { kSubNone = 0, kSubLiteral = 1, kSubMatch = 2 };
+
+constexpr uint32_t kModeEndOfBlock = 0, kModeNeedInput = 1, kModeOutputFull = 2;
+
+// Longest match plus the widest over-copy of the word-wise match copy.
+constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 32;
+
+struct ShortTables {
+    const uint16_t* lit;
+    uint32_t litMask;
+    const uint8_t* distBytes;
+    const uint16_t* distBase;
+    uint32_t distMask;
+
+    uint32_t litlen(uint64_t bits) const { return lit[uint32_t(bits) & litMask]; }
+    // The distance, and in `used` the code and extra bits it takes; 0 when no
+    // code matches (a hole of a lone one-bit code, or no distance codes).
+    uint32_t dist(uint64_t bits, uint32_t& used) const {
+        const uint32_t i = uint32_t(bits) & distMask;
+        const uint32_t d = distBytes[i], n = d & 15, extra = d >> 4;
+        used = n + extra;
+        return distBase[i] + (uint32_t(bits >> n) & ((1u << extra) - 1));
+    }
+};
+
+struct GeneralTables {
+    const uint16_t* lit;
+    const uint16_t* dist_;
+
+    uint32_t litlen(uint64_t bits) const {
+        uint32_t e = lit[uint32_t(bits) & (kRootEntries - 1)];
+        if (((e >> 4) & 15) == kKindSubTable)
+            e = lit[kRootEntries + ((e >> 8) << 1) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
+        return e;
+    }
+    uint32_t dist(uint64_t bits, uint32_t& used) const {
+        uint32_t e = dist_[uint32_t(bits) & (kRootEntries - 1)];
+        if (e & kDistFinished) {
+            used = e & 15;
+            return (e >> 4) & 0x7FF;
+        }
+        if (e & kDistSubTable)
+            e = dist_[kRootEntries + ((e >> 4) & 0x3FF) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
+        const uint32_t n = e & 15, extra = (e >> 4) & 15;
+        used = n + extra;
+        if (n == 0) return 0;
+        return rfc1951::kDistBase[(e >> 8) & 31] + (uint32_t(bits >> n) & ((1u << extra) - 1));
+    }
+};
+
+struct Stream {
+    const uint8_t* in;
+    const uint8_t* inStart;
+    const uint8_t* inEnd;
+    // Invariant: `bits` valid bits at the bottom of `buf`; the bits above
+    // them are zero or the stream's next bits, never anything else, so that
+    // a refill may OR the same bits in again.
+    uint64_t buf;
+    uint32_t bits;
+    uint8_t* out;
+    uint8_t* outStart;
+    uint8_t* outEnd;
+    uint64_t dstIdx;
+    const uint8_t* win;
+    uint32_t winSize, winIdx;
+
+    void consume(uint32_t n) {
+        buf >>= n;
+        bits -= n;
+    }
+};
+
+// Copies a match of `len` bytes at distance `dist`, all of which fit into the
+// output room. The part that lies before the destination's start comes from
+// the circular window. False (nothing written) if the distance reaches before
+// all history.
+bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
+    uint8_t* out = s.out;
+    const uint64_t avail = s.dstIdx + uint64_t(out - s.outStart);
+    if (dist > avail) {
+        const uint64_t back = dist - avail;
+        if (!s.win || back > s.winSize) return false;
+        uint32_t pos = back <= s.winIdx ? s.winIdx - uint32_t(back) : s.winIdx + s.winSize - uint32_t(back);
+        uint32_t k = len < back ? len : uint32_t(back);
+        len -= k;
+        while (k) {
+            if (pos == s.winSize) pos = 0;
+            const uint32_t chunk = k < s.winSize - pos ? k : s.winSize - pos;
+            std::memcpy(out, s.win + pos, chunk);
+            out += chunk;
+            pos += chunk;
+            k -= chunk;
+        }
+    }
+    const uint8_t* src = out - dist;
+    if (dist >= len) {
+        std::memcpy(out, src, len);
+    } else {
+        for (uint32_t i = 0; i < len; ++i) out[i] = src[i];  // overlapping: repeats the pattern
+    }
+    s.out = out + len;
+    return true;
+}
+
+// Word-wise copy of a match wholly inside the destination; may write up to
+// 15 bytes past the match end.
+inline void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
+    const uint8_t* src = out - dist;
+    uint8_t* const end = out + len;
+    if (dist >= 16) {
+        do {
+            std::memcpy(out, src, 16);
+            out += 16;
+            src += 16;
+        } while (out < end);
+    } else if (dist >= 8) {
+        do {
+            std::memcpy(out, src, 8);
+            out += 8;
+            src += 8;
+        } while (out < end);
+    } else if (dist == 1) {
+        uint64_t v = 0x0101010101010101ull * *src;
+        do {
+            std::memcpy(out, &v, 8);
+            std::memcpy(out + 8, &v, 8);
+            out += 16;
+        } while (out < end);
+    } else {
+        // Distances 2..7: the pattern also repeats at the first multiple d
+        // of the distance that is at least 8. Once d - dist bytes are written
+        // byte by byte, 8-byte words from d bytes back reproduce it.
+        uint32_t d = dist;
+        while (d < 8) d += dist;
+        const uint32_t head = len < d - dist ? len : d - dist;
+        for (uint32_t i = 0; i < head; ++i) out[i] = src[i];
+        out += head;
+        src = out - d;
+        while (out < end) {
+            std::memcpy(out, src, 8);
+            out += 8;
+            src += 8;
+        }
+    }
+}
+
+template <typename Tables>
+NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& mode) {
+    const bool resume = mode == kModeOutputFull;
+    mode = kModeNeedInput;
+    // Symbol start, for a partial symbol handed back (mode 1) or a fault.
+    const uint8_t* snapIn;
+    uint64_t snapBuf;
+    uint32_t snapBits;
+
+    if (resume) {
+        const uint32_t sub = st->subState;
+        if (sub == kSubLiteral) {
+            if (s.out == s.outEnd) {
+                mode = kModeOutputFull;
+                return NuxStatusOk;
+            }
+            *s.out++ = uint8_t(st->saved[0]);
+        } else if (sub == kSubMatch) {
+            const uint32_t len = st->saved[0], dist = st->saved[1];
+            const uint32_t room = uint32_t(s.outEnd - s.out);
+            const uint32_t k = len < room ? len : room;
+            if (len > rfc1951::kMaxMatch || dist == 0 || dist > rfc1951::kWindowSize || !copy_match_exact(s, k, dist))
+                return NuxStatusBadStream;
+            if (k < len) {
+                st->saved[0] = len - k;
+                mode = kModeOutputFull;
+                return NuxStatusOk;
+            }
+        } else if (sub != kSubNone) {
+            return NuxStatusBadStream;
+        }
+        st->subState = kSubNone;
+    }
+
+    for (;;) {
+        // Fast loop: enough input for a word refill, enough room for any match.
+        while (s.inEnd - s.in >= 8 && s.outEnd - s.out >= kFastRoom) {
+            uint64_t word;
+            std::memcpy(&word, s.in, 8);
+            s.buf |= word << s.bits;
+            s.in += (63 - s.bits) >> 3;
+            s.bits |= 56;
+            snapIn = s.in;
+            snapBuf = s.buf;
+            snapBits = s.bits;
+
+            const uint32_t e = t.litlen(s.buf);
+            const uint32_t n = e & 15, kind = (e >> 4) & 15;
+            if (kind == kKindLiteral) {
+                s.consume(n);
+                *s.out++ = uint8_t(e >> 8);
+                continue;
+            }
+            if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
+                if (kind == kKindEnd) {
+                    s.consume(n);
+                    mode = kModeEndOfBlock;
+                    return NuxStatusOk;
+                }
+                goto bad;
+            }
+            {
+                const uint32_t extra = kind - kKindLengthBase;
+                const uint32_t len = (e >> 8) + 3 + (uint32_t(s.buf >> n) & ((1u << extra) - 1));
+                s.consume(n + extra);
+                uint32_t used;
+                const uint32_t dist = t.dist(s.buf, used);
+                if (dist == 0) goto bad;
+                s.consume(used);
+                if (dist <= s.dstIdx + uint64_t(s.out - s.outStart)) {
+                    copy_match_fast(s.out, len, dist);
+                    s.out += len;
+                } else if (!copy_match_exact(s, len, dist)) {
+                    goto bad;
+                }
+            }
+        }
+
+        // One symbol, exactly.
+        while (s.bits <= 56 && s.in < s.inEnd) {
+            s.buf |= uint64_t(*s.in++) << s.bits;
+            s.bits += 8;
+        }
+        snapIn = s.in;
+        snapBuf = s.buf;
+        snapBits = s.bits;
+        // A lookup with too few valid bits may see zeros for the missing
+        // ones, but any entry whose length fits into the valid bits is the
+        // right one, since an entry depends on its own code bits only.
+        const uint32_t e = t.litlen(s.buf);
+        const uint32_t n = e & 15, kind = (e >> 4) & 15;
+        if (n > s.bits) goto need_input;
+        if (kind == kKindLiteral) {
+            s.consume(n);
+            if (s.out == s.outEnd) {
+                st->subState = kSubLiteral;
+                st->saved[0] = e >> 8;
+                mode = kModeOutputFull;
+                return NuxStatusOk;
+            }
+            *s.out++ = uint8_t(e >> 8);
+            continue;
+        }
+        if (kind == kKindEnd) {
+            s.consume(n);
+            mode = kModeEndOfBlock;
+            return NuxStatusOk;
+        }
+        if (kind < kKindLengthBase || kind > kKindLengthBase + 5) goto bad;
+        {
+            const uint32_t extra = kind - kKindLengthBase;
+            if (n + extra > s.bits) goto need_input;
+            const uint32_t len = (e >> 8) + 3 + (uint32_t(s.buf >> n) & ((1u << extra) - 1));
+            uint32_t used;
+            const uint32_t dist = t.dist(s.buf >> (n + extra), used);
+            if (dist == 0) goto bad;
+            if (n + extra + used > s.bits) goto need_input;
+            s.consume(n + extra + used);
+            const uint32_t room = uint32_t(s.outEnd - s.out);
+            const uint32_t k = len < room ? len : room;
+            if (!copy_match_exact(s, k, dist)) goto bad;
+            if (k < len) {
+                st->subState = kSubMatch;
+                st->saved[0] = len - k;
+                st->saved[1] = dist;
+                mode = kModeOutputFull;
+                return NuxStatusOk;
+            }
+        }
+    }
+
+need_input:
+    // Only reached with the input used up: the refill above stops early only
+    // once more than 56 bits (more than any symbol needs) are held.
+    s.in = snapIn;
+    s.buf = snapBuf;
+    s.bits = snapBits;
+    mode = kModeNeedInput;
+    return NuxStatusOk;
+
+bad:
+    s.in = snapIn;
+    s.buf = snapBuf;
+    s.bits = snapBits;
+    return NuxStatusBadStream;
+}
+
+const uint8_t kNoDistBytes[1] = {0};
+const uint16_t kNoDistBase[1] = {0};
+
+NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux32u* pCodeLenBits, Nux32u winIdx,
+                        Nux8u** ppDst, Nux32u* pDstLen, Nux32u dstIdx, Nux32u* pMode, NuxInflateHuffTable* st) {
+    Stream s;
+    s.in = s.inStart = *ppSrc;
+    s.inEnd = s.in + *pSrcLen;
+    s.bits = *pCodeLenBits;
+    s.buf = s.bits ? *pCode & (~0u >> (32 - s.bits)) : 0;
+    s.out = s.outStart = *ppDst;
+    s.outEnd = s.out + *pDstLen;
+    s.dstIdx = dstIdx;
+    s.win = st->pWindow;
+    s.winSize = st->winSize;
+    s.winIdx = winIdx;
+    uint32_t mode = *pMode;
+
+    NuxStatus status;
+    if (st->kind == kLayoutShort) {
+        const uint32_t lmax = st->maxLitLenBits, dmax = st->maxDistBits;
+        if (lmax < 1 || lmax > kShortMaxLitLenBits || dmax > kShortMaxDistBits) return NuxStatusBadStream;
+        ShortTables t;
+        t.lit = reinterpret_cast<const uint16_t*>(st->table);
+        t.litMask = (1u << lmax) - 1;
+        t.distBytes = dmax ? st->table + kShortDistByteOffset : kNoDistBytes;
+        t.distBase = dmax ? reinterpret_cast<const uint16_t*>(st->table + kShortDistBaseOffset) : kNoDistBase;
+        t.distMask = (1u << dmax) - 1;
+        status = decode(t, s, st, mode);
+    } else if (st->kind == kLayoutGeneral) {
+        GeneralTables t{reinterpret_cast<const uint16_t*>(st->table),
+                        reinterpret_cast<const uint16_t*>(st->table + kGeneralDistOffset)};
+        status = decode(t, s, st, mode);
+    } else {
+        GeneralTables t{kFixedTables.litlen, kFixedTables.dist};
+        status = decode(t, s, st, mode);
+    }
+
+    // Hand back whole unused bytes held in the bit buffer, so that the
+    // returned count is at most 32 (and below 8 when possible): only bytes
+    // taken in this call can go back, the caller's own bits cannot.
+    const uint32_t taken = uint32_t(s.in - s.inStart);
+    const uint32_t back = (s.bits >> 3) < taken ? (s.bits >> 3) : taken;
+    s.in -= back;
+    s.bits -= 8 * back;
+    *ppSrc = s.in;
+    *pSrcLen = uint32_t(s.inEnd - s.in);
+    *pCode = uint32_t(s.buf & ((uint64_t(1) << s.bits) - 1));
+    *pCodeLenBits = s.bits;
+    *ppDst = s.out;
+    *pDstLen = uint32_t(s.outEnd - s.out);
+    if (status == NuxStatusOk) *pMode = mode;
+    return status;
+}
+
+}  // namespace
+}  // namespace nux::inflate
+
+extern "C" NUX_API NuxStatus nuxsInflate_8u(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode,
+                                            Nux32u* pCodeLenBits, Nux32u winIdx, Nux8u** ppDst, Nux32u* pDstLen,
+                                            Nux32u dstIdx, Nux32u* pMode, NuxInflateHuffTable* pState) {
+    NUX_CHECK_PTRS(ppSrc, pSrcLen, pCode, pCodeLenBits, ppDst, pDstLen, pMode, pState);
+    NUX_CHECK_PTRS(*ppSrc, *ppDst);
+    NUX_CHECK_SIZE(*pCodeLenBits <= 32);
+    NUX_CHECK_SIZE(winIdx <= pState->winSize);
+    NUX_CHECK(pState->kind <= nux::inflate::kLayoutShort, NuxStatusBadStream);
+    return nux::inflate::inflate_block(ppSrc, pSrcLen, pCode, pCodeLenBits, winIdx, ppDst, pDstLen, dstIdx, pMode,
+                                       pState);
+}
