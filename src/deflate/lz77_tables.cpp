@@ -41,7 +41,15 @@ int32_t rebase_if_needed(const Lz77Call& c, bool touch_chain) {
     if (pos + win + len >= int64_t(0x7FFFFFFF) - len && pos > win) {
         const int64_t delta = win - pos;
         shift_entries(c.pHashHead, c.hashSize, delta);
-        if (touch_chain) shift_entries(c.pHashChain, c.winSize, delta);
+        if (touch_chain) {
+            shift_entries(c.pHashChain, c.winSize, delta);
+            // The chain is indexed by position modulo winSize; unless the old
+            // positions were a multiple of winSize away from the new ones, the
+            // links must move with their positions or every walk would follow
+            // the link of some other position.
+            const uint32_t shift = uint32_t(delta) & (c.winSize - 1);
+            std::rotate(c.pHashChain, c.pHashChain + ((c.winSize - shift) & (c.winSize - 1)), c.pHashChain + c.winSize);
+        }
         *c.pSrcPos = c.winSize;
     }
     return int32_t(*c.pSrcPos);

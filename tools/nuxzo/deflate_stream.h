@@ -227,7 +227,10 @@ class RawWriter {
                 emit_block(false);
                 continue;
             }
-            return;  // the parser stopped short of its lookahead: wait for more input
+            // The lazy parser stops with one slot left (it needs two for a
+            // deferred decision), so only a call that consumed nothing means
+            // that the lookahead ran out.
+            if (used == 0 || start_ == end_) return;
         }
     }
 

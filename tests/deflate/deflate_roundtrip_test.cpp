@@ -1,0 +1,167 @@
+// Whole streams from the stream writer (the tool's code) decoded by zlib:
+// every level on edge data and on the corpus, preset dictionaries, and the
+// checked-in table of compressed sizes that makes ratio regressions visible.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "../../tools/nuxzo/deflate_stream.h"
+#include "support/test_support.h"
+
+namespace {
+
+using nuxtest::Bytes;
+using nuxzo::deflate_stream::compress_raw;
+
+bool sanitized() { return std::getenv("NUXZO_SANITIZED") != nullptr; }
+
+// Raw inflate with zlib; the output must end exactly with the stream.
+Bytes inflate_raw(const Bytes& in, size_t expect, const Bytes& dict = {}) {
+    Bytes out(expect + 1);
+    z_stream z{};
+    EXPECT_EQ(inflateInit2(&z, -15), Z_OK);
+    if (!dict.empty()) {
+        EXPECT_EQ(inflateSetDictionary(&z, dict.data(), uInt(dict.size())), Z_OK);
+    }
+    z.next_in = const_cast<Bytef*>(in.data());
+    z.avail_in = uInt(in.size());
+    z.next_out = out.data();
+    z.avail_out = uInt(out.size());
+    const int st = inflate(&z, Z_FINISH);
+    EXPECT_EQ(st, Z_STREAM_END);
+    EXPECT_EQ(z.avail_in, 0u);  // no bytes after the final block
+    out.resize(z.total_out);
+    inflateEnd(&z);
+    return out;
+}
+
+TEST(DeflateRoundTrip, EdgeDataAtEveryLevel) {
+    std::vector<std::pair<std::string, Bytes>> cases = {
+        {"empty", {}},
+        {"one byte", {0x42}},
+        {"three bytes", {1, 2, 3}},
+        {"zeros", Bytes(300000, 0)},
+        {"random", nuxtest::random_bytes(200000, 1)},
+        {"text", nuxtest::compressible_bytes(200000, 2)},
+        {"period 3", {}},
+    };
+    for (int k = 0; k < 100000; ++k) cases.back().second.push_back(uint8_t("abc"[k % 3]));
+    for (int level = 0; level < 30; ++level) {
+        for (const auto& [name, data] : cases) {
+            const Bytes z = compress_raw(data.data(), data.size(), level);
+            ASSERT_EQ(inflate_raw(z, data.size()), data) << name << " level " << level;
+            if (name == "random") {
+                EXPECT_LT(z.size(), data.size() + data.size() / 1000 + 16);  // stored blocks
+            }
+            if (name == "zeros") {
+                EXPECT_LT(z.size(), 2000u);
+            }
+        }
+    }
+}
+
+// Input arriving in odd pieces gives the same stream as one write.
+TEST(DeflateRoundTrip, PiecewiseWritesEqualOneWrite) {
+    const Bytes data = nuxtest::compressible_bytes(3 << 20, 5);  // crosses the buffer compaction
+    for (int level : {0, 1, 6, 19}) {
+        const Bytes one = compress_raw(data.data(), data.size(), level);
+        Bytes pieces;
+        nuxzo::deflate_stream::RawWriter w(level, [&](const uint8_t* p, size_t n) { pieces.insert(pieces.end(), p, p + n); });
+        for (size_t at = 0, k = 1; at < data.size(); ++k) {
+            const size_t n = std::min(data.size() - at, (k * 7919) % 100000);
+            w.write(data.data() + at, n);
+            at += n;
+        }
+        w.finish();
+        EXPECT_EQ(pieces, one) << level;
+        EXPECT_EQ(inflate_raw(one, data.size()), data);
+    }
+}
+
+TEST(DeflateRoundTrip, PresetDictionaryDecodesWithInflateSetDictionary) {
+    const Bytes text = nuxtest::compressible_bytes(120000, 7);
+    const Bytes dict(text.begin(), text.begin() + 50000), data(text.begin() + 50000, text.end());
+    for (int level : {0, 1, 6, 10, 9, 25}) {
+        const Bytes with = compress_raw(data.data(), data.size(), level, dict.data(), dict.size());
+        const Bytes without = compress_raw(data.data(), data.size(), level);
+        EXPECT_EQ(inflate_raw(with, data.size(), dict), data) << level;
+        EXPECT_LT(with.size(), without.size()) << level;
+    }
+    // Short dictionaries: copied but not hashed (257) or partly hashed (300).
+    for (size_t n : {size_t(257), size_t(300)}) {
+        const Bytes d(text.begin(), text.begin() + long(n)), rest(text.begin() + long(n), text.begin() + 5000);
+        EXPECT_EQ(inflate_raw(compress_raw(rest.data(), rest.size(), 6, d.data(), d.size()), rest.size(), d), rest);
+    }
+}
+
+// ---- corpus ----------------------------------------------------------------
+
+size_t prefix_len() { return sanitized() ? (64u << 10) : (1u << 20); }
+
+// Beside this source file.
+std::string sizes_path() { return (std::filesystem::path(__FILE__).parent_path() / "compressed_sizes.txt").string(); }
+
+// "file level bytes compressed" lines; bytes is the prefix length, or 0 for the whole file.
+std::map<std::string, size_t> read_sizes() {
+    std::map<std::string, size_t> m;
+    std::ifstream f(sizes_path());
+    std::string file;
+    int level;
+    size_t bytes, size;
+    for (std::string line; std::getline(f, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream(line) >> file >> level >> bytes >> size;
+        m[file + " " + std::to_string(level) + " " + std::to_string(bytes)] = size;
+    }
+    return m;
+}
+
+// Every level on a prefix of every corpus file, and levels 1, 6 and 9 on the
+// whole files; each stream is decoded by zlib and its size compared with the
+// table (at most 0.2% larger; smaller is progress: regenerate the table with
+// NUXZO_UPDATE_SIZES=1).
+TEST(DeflateRoundTrip, CorpusAtEveryLevelAndSizeTable) {
+    const auto& corpus = nuxtest::corpus();
+    if (corpus.empty()) GTEST_SKIP() << "corpus not found";
+    const bool update = std::getenv("NUXZO_UPDATE_SIZES") != nullptr;
+    const auto table = read_sizes();
+    std::ostringstream fresh;
+    fresh << "# Compressed sizes of the raw Deflate streams that the nuxzo tool writes, per corpus file and level.\n"
+             "# Columns: file level input_bytes (0 = whole file) compressed_bytes.\n"
+             "# Regenerate: NUXZO_UPDATE_SIZES=1 deflate_roundtrip_test --gtest_filter=*SizeTable*\n";
+    uint64_t total_in = 0, total_out[30] = {};
+    for (const auto& f : corpus) {
+        const size_t n = std::min(f.data.size(), prefix_len());
+        std::vector<std::pair<int, size_t>> runs;
+        for (int level = 0; level < 30; ++level) runs.push_back({level, n});
+        if (!sanitized())
+            for (int level : {1, 6, 9}) runs.push_back({level, 0});
+        for (const auto& [level, bytes] : runs) {
+            const size_t len = bytes ? bytes : f.data.size();
+            const Bytes z = compress_raw(f.data.data(), len, level);
+            const Bytes back = inflate_raw(z, len);
+            ASSERT_TRUE(back.size() == len && std::equal(back.begin(), back.end(), f.data.begin()))
+                << f.name << " level " << level;
+            if (bytes == 0) total_out[level] += z.size();
+            const std::string key = f.name + " " + std::to_string(level) + " " + std::to_string(bytes);
+            fresh << key << " " << z.size() << "\n";
+            const auto it = table.find(key);
+            if (!update && it != table.end()) {
+                EXPECT_LE(z.size(), it->second + it->second / 500) << key;
+            }
+        }
+        total_in += f.data.size();
+    }
+    if (!sanitized())
+        for (int level : {1, 6, 9})
+            std::printf("corpus level %d: %.2f%% of %llu bytes\n", level, 100.0 * double(total_out[level]) / double(total_in),
+                        static_cast<unsigned long long>(total_in));
+    if (update && !sanitized()) std::ofstream(sizes_path()) << fresh.str();
+}
+
+}  // namespace
