@@ -1,0 +1,76 @@
+// Raw Deflate decoding against zlib: the stream reader (with fuzz-chosen input
+// pieces and output room) gives zlib's output, or both refuse the input.
+#include <zlib.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "inflate_stream.h"
+
+namespace {
+
+constexpr size_t kCap = size_t(1) << 20;
+
+struct PieceSource : nuxzo::inflate::Source {
+    PieceSource(const uint8_t* d, size_t n, uint32_t seed) : data(d), size(n), state(seed | 1) {}
+    size_t read(uint8_t* buf, size_t n) override {
+        state = state * 1103515245u + 12345u;
+        const size_t k = std::min({n, size - at, size_t(1 + (state >> 16) % 61)});
+        if (k) std::memcpy(buf, data + at, k);
+        at += k;
+        return k;
+    }
+    const uint8_t* data;
+    size_t size, at = 0;
+    uint32_t state;
+};
+
+struct VecSink : nuxzo::inflate::Sink {
+    void write(const uint8_t* p, size_t n) override {
+        if (out.size() + n > kCap) throw nuxzo::inflate::StreamError(0, "output cap");
+        out.insert(out.end(), p, p + n);
+    }
+    std::vector<uint8_t> out;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    static constexpr uint32_t kRooms[4] = {1, 7, 4096, 1 << 16};
+    const uint32_t room = kRooms[data[0] & 3];
+    const uint32_t seed = data[1];
+    data += 2;
+    size -= 2;
+
+    std::vector<uint8_t> want(kCap);
+    z_stream z;
+    std::memset(&z, 0, sizeof z);
+    if (inflateInit2(&z, -15) != Z_OK) return 0;
+    z.next_in = const_cast<Bytef*>(data);
+    z.avail_in = uInt(size);
+    z.next_out = want.data();
+    z.avail_out = uInt(want.size());
+    const bool zlibOk = inflate(&z, Z_FINISH) == Z_STREAM_END;
+    want.resize(z.total_out);
+    inflateEnd(&z);
+
+    PieceSource source(data, size, seed);
+    VecSink sink;
+    nuxzo::inflate::Options o;
+    o.outRoom = room;
+    o.allowTrailing = true;
+    bool ours = true;
+    try {
+        nuxzo::inflate::Reader reader(&source, sink, o);
+        reader.run(nuxzo::inflate::Wrapper::kRaw);
+    } catch (const nuxzo::inflate::StreamError&) {
+        ours = false;
+    }
+    if (ours != zlibOk) __builtin_trap();
+    if (ours && sink.out != want) __builtin_trap();
+    return 0;
+}
