@@ -4,15 +4,17 @@
 // multiplier latency is hidden. CRC-32C folds with the Castagnoli constants,
 // which gives the same register as its CRC32-instruction kernels.
 //
-// Inputs shorter than kWideFoldMin go whole to the 128-bit kernel. Longer ones
-// fold their largest multiple of 64 bytes here, reduce it to a register, and
-// pass the remaining 0..63 bytes on to that kernel.
+// Inputs shorter than kWideFoldMin go whole to the 128-bit kernel (CRC-32C:
+// the CRC32-instruction kernel). Longer ones are folded here to the last 16-
+// and 8-byte pieces; fewer than 8 bytes go through the byte table.
 // GCC 12's 512-bit intrinsic headers build vectors from a self-initialised
 // "undefined" value (broadcast, insert, extract), which -Wmaybe-uninitialized
 // reports once they are inlined here. The warning is a false positive.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
+
+#include <cstring>
 
 #include "checksum/clmul.h"
 #include "checksum/kernels.h"
@@ -53,69 +55,121 @@ NUX_TARGET_VPCLMUL inline __m512i fold512(__m512i x, __m512i k, __m512i data) {
                                      data, 0x96);
 }
 
-// Folds n bytes (a multiple of 64, at least 256) starting from register c and
-// returns the 128-bit remainder block that stands for them.
+// The result of folding: a 64-bit word congruent to everything before `rest`
+// (its CRC from a zero register is the register there), and fewer than 8
+// bytes still to go.
+struct Folded {
+    Nux64u v;
+    const Nux8u* rest;
+    size_t rest_len;
+};
+
+// Folds n >= 256 bytes from register c. The first 64-byte block is the
+// aligned one holding p[0], loaded with the bytes before p masked off (a
+// masked load touches nothing there): leading zeros leave a zero register
+// unchanged, so every later load is aligned. The register meets the first
+// four message bytes, wherever they sit.
 template <bool Reflected, Nux32u Poly>
-NUX_TARGET_VPCLMUL __m128i fold_bulk(Nux32u c, const Nux8u* p, size_t n) {
+NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n) {
     const __m512i rev = _mm512_broadcast_i32x4(
         _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
-    const auto load = [rev](const Nux8u* at) NUX_TARGET_VPCLMUL {
-        const __m512i v = _mm512_loadu_si512(at);
+    const auto order = [rev](__m512i v) NUX_TARGET_VPCLMUL {
         if constexpr (Reflected) return v;
         else return _mm512_shuffle_epi8(v, rev);
     };
-    __m512i z0 = load(p), z1 = load(p + 64), z2 = load(p + 128), z3 = load(p + 192);
-    // The register meets the first four message bytes: the low dword in the
-    // reflected layout, the top dword of the reversed first block otherwise.
-    if constexpr (Reflected) z0 = _mm512_xor_si512(z0, _mm512_zextsi128_si512(_mm_cvtsi32_si128(int(c))));
-    else z0 = _mm512_xor_si512(z0, _mm512_zextsi128_si512(_mm_set_epi32(int(c), 0, 0, 0)));
-    p += 256;
-    n -= 256;
+    const auto load = [order](const Nux8u* at) NUX_TARGET_VPCLMUL { return order(_mm512_load_si512(at)); };
+
+    const size_t a = reinterpret_cast<uintptr_t>(p) & 63;
+    const Nux8u* q = p - a;
+    size_t rem = n + a - 256;
+    alignas(64) Nux8u reg[128] = {};
+    const Nux32u first = Reflected ? c : bswap32(c);  // in message byte order
+    std::memcpy(reg + a, &first, 4);
+    __m512i z0 = order(_mm512_xor_si512(_mm512_maskz_loadu_epi8(~0ull << a, q), _mm512_load_si512(reg)));
+    __m512i z1 = order(_mm512_xor_si512(_mm512_load_si512(q + 64), _mm512_load_si512(reg + 64)));
+    __m512i z2 = load(q + 128), z3 = load(q + 192);
+    q += 256;
     const __m512i k2048 = wide_consts<Reflected, Poly>();
-    for (; n >= 256; n -= 256, p += 256) {
-        z0 = fold512(z0, k2048, load(p));
-        z1 = fold512(z1, k2048, load(p + 64));
-        z2 = fold512(z2, k2048, load(p + 128));
-        z3 = fold512(z3, k2048, load(p + 192));
+    for (; rem >= 256; rem -= 256, q += 256) {
+        z0 = fold512(z0, k2048, load(q));
+        z1 = fold512(z1, k2048, load(q + 64));
+        z2 = fold512(z2, k2048, load(q + 128));
+        z3 = fold512(z3, k2048, load(q + 192));
     }
     const __m512i k1536 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 1536>());
     const __m512i k1024 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 1024>());
     const __m512i k512 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 512>());
     __m512i z = fold512(z0, k1536, fold512(z1, k1024, fold512(z2, k512, z3)));
-    for (; n >= 64; n -= 64, p += 64) z = fold512(z, k512, load(p));
+    for (; rem >= 64; rem -= 64, q += 64) z = fold512(z, k512, load(q));
     // Lanes 0..2 move 384, 256 and 128 bits forward onto lane 3.
     const __m512i kl = lanes<Reflected, Poly, 384, 256, 128, 0>();
     const __m512i t = _mm512_xor_si512(_mm512_clmulepi64_epi128(z, kl, 0x00), _mm512_clmulepi64_epi128(z, kl, 0x11));
     const __m256i t2 = _mm256_xor_si256(_mm512_castsi512_si256(t), _mm512_extracti64x4_epi64(t, 1));
-    return _mm_ternarylogic_epi64(_mm256_castsi256_si128(t2), _mm256_extracti128_si256(t2, 1),
-                                  _mm512_extracti32x4_epi32(z, 3), 0x96);
+    __m128i x = _mm_ternarylogic_epi64(_mm256_castsi256_si128(t2), _mm256_extracti128_si256(t2, 1),
+                                       _mm512_extracti32x4_epi32(z, 3), 0x96);
+    // The last 16-byte blocks one at a time, then one 8-byte word.
+    const __m128i k128 = lane_consts<Reflected, Poly, 128>();
+    for (; rem >= 16; rem -= 16, q += 16) {
+        __m128i d = _mm_load_si128(reinterpret_cast<const __m128i*>(q));
+        if constexpr (!Reflected) d = _mm_shuffle_epi8(d, _mm512_castsi512_si128(rev));
+        x = _mm_xor_si128(fold128(x, k128), d);
+    }
+    Nux64u v, w = 0;
+    const bool word = rem >= 8;
+    if (word) std::memcpy(&w, q, 8);
+    if constexpr (Reflected) {
+        const __m128i kred = refl_reduce_consts<Poly>();
+        v = reduce_reflected(x, kred);
+        if (word) v = reduce_reflected(_mm_set_epi64x(static_cast<long long>(w), static_cast<long long>(v)), kred);
+    } else {
+        const __m128i kred = normal_reduce_consts<Poly>();
+        v = reduce_normal(x, kred);
+        if (word)
+            v = reduce_normal(_mm_set_epi64x(static_cast<long long>(v), static_cast<long long>(__builtin_bswap64(w))),
+                              kred);
+    }
+    if (word) {
+        q += 8;
+        rem -= 8;
+    }
+    return {v, q, rem};
+}
+
+// The register for a reduced word: its eight bytes through the slicing
+// tables from a zero register, as eight independent lookups.
+template <typename Tables>
+inline Nux32u slice8_from_zero(Nux64u w, const Tables& t) {
+    const Nux32u x = Nux32u(w);
+    return t[7][x & 0xFF] ^ t[6][(x >> 8) & 0xFF] ^ t[5][(x >> 16) & 0xFF] ^ t[4][x >> 24] ^
+           t[3][(w >> 32) & 0xFF] ^ t[2][(w >> 40) & 0xFF] ^ t[1][(w >> 48) & 0xFF] ^ t[0][w >> 56];
 }
 
 }  // namespace
 
 NUX_TARGET_VPCLMUL Nux32u crc32_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
     if (n < kWideFoldMin) return crc32_pclmul(c, p, n);
-    const size_t bulk = n & ~size_t(63);
-    const __m128i x = fold_bulk<true, kPolyCrc32>(c, p, bulk);
-    c = finish_reflected(reduce_reflected(x, refl_reduce_consts<kPolyCrc32>()), kCrc32Tables[0]);
-    return n > bulk ? crc32_pclmul(c, p + bulk, n - bulk) : c;
+    const Folded f = fold_wide<true, kPolyCrc32>(c, p, n);
+    c = slice8_from_zero(f.v, kCrc32Tables);
+    for (size_t i = 0; i < f.rest_len; ++i) c = (c >> 8) ^ kCrc32Tables[0][(c ^ f.rest[i]) & 0xFF];
+    return c;
 }
 
 NUX_TARGET_VPCLMUL Nux32u crc32c_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
     if (n < kWideFoldMin) return crc32c_hw_clmul(c, p, n);
-    const size_t bulk = n & ~size_t(63);
-    const __m128i x = fold_bulk<true, kPolyCrc32c>(c, p, bulk);
+    const Folded f = fold_wide<true, kPolyCrc32c>(c, p, n);
     // The CRC32 instruction over the reduced word is the eight byte steps.
-    c = Nux32u(_mm_crc32_u64(0, reduce_reflected(x, refl_reduce_consts<kPolyCrc32c>())));
-    return n > bulk ? crc32c_hw_clmul(c, p + bulk, n - bulk) : c;
+    c = Nux32u(_mm_crc32_u64(0, f.v));
+    for (size_t i = 0; i < f.rest_len; ++i) c = _mm_crc32_u8(c, f.rest[i]);
+    return c;
 }
 
 NUX_TARGET_VPCLMUL Nux32u bzip2_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
     if (n < kWideFoldMin) return bzip2_pclmul(c, p, n);
-    const size_t bulk = n & ~size_t(63);
-    const __m128i x = fold_bulk<false, kPolyBzip2>(c, p, bulk);
-    c = finish_normal(reduce_normal(x, normal_reduce_consts<kPolyBzip2>()), kBzip2Table);
-    return n > bulk ? bzip2_pclmul(c, p + bulk, n - bulk) : c;
+    const Folded f = fold_wide<false, kPolyBzip2>(c, p, n);
+    // Big-endian message bytes through the byte-swapped tables.
+    c = bswap32(slice8_from_zero(__builtin_bswap64(f.v), kBzip2SwappedTables));
+    for (size_t i = 0; i < f.rest_len; ++i) c = (c << 8) ^ kBzip2Table[(c >> 24) ^ f.rest[i]];
+    return c;
 }
 
 }  // namespace nux::checksum
