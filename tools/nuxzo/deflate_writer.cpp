@@ -1,8 +1,8 @@
 // Writing side of the "gzip" (RFC 1952), "zlib" (RFC 1950) and raw "deflate"
 // (RFC 1951) formats: the stream writer of deflate_stream.h inside the
 // container headers and trailers, with the library's checksums.
+#include <algorithm>
 #include <memory>
-#include <zlib.h>  // TEMP
 
 #include "deflate_stream.h"
 #include "nuxzo.h"
@@ -19,8 +19,8 @@ struct Checksums {
     void update(const uint8_t* p, size_t n, bool want_crc, bool want_adler) {
         while (n > 0) {
             const int piece = int(std::min<size_t>(n, 1 << 30));
-            if (want_crc) crc = uint32_t(::crc32(crc, p, unsigned(piece)));  // TEMP until ours are exported
-            if (want_adler) adler = uint32_t(::adler32(adler, p, unsigned(piece)));
+            if (want_crc) nuxsCRC32_8u(p, piece, &crc);
+            if (want_adler) nuxsAdler32_8u(p, piece, &adler);
             p += piece;
             n -= size_t(piece);
         }
