@@ -123,3 +123,34 @@ constexpr std::array<Nux64u, 256> shift_table(unsigned d_bytes, Nux32u poly) {
 }
 
 }  // namespace nux::crc
+
+namespace nux::crc {
+
+constexpr Nux32u bitrev32(Nux32u v) {
+    Nux32u r = 0;
+    for (int i = 0; i < 32; ++i) r |= ((v >> i) & 1u) << (31 - i);
+    return r;
+}
+
+// a * b mod P in the normal layout (poly = P - x^32).
+constexpr Nux32u mulmod_normal(Nux32u a, Nux32u b, Nux32u poly) {
+    Nux64u prod = clmul_small(a, b);
+    for (int bit = 62; bit >= 32; --bit)
+        if ((prod >> bit) & 1) prod ^= (Nux64u(poly) | (Nux64u(1) << 32)) << (bit - 32);
+    return Nux32u(prod);
+}
+
+// x^n mod P for large n, by squaring; normal layout.
+constexpr Nux32u xpow_normal_fast(Nux64u n, Nux32u poly) {
+    Nux32u result = 1, base = 2;  // x^0, x^1
+    for (; n; n >>= 1) {
+        if (n & 1) result = mulmod_normal(result, base, poly);
+        base = mulmod_normal(base, base, poly);
+    }
+    return result;
+}
+
+static_assert(xpow_normal_fast(4000, kPolyBzip2) == xpow_normal(4000, kPolyBzip2));
+static_assert(bitrev32(xpow_normal_fast(4000, bitrev32(kPolyCrc32))) == xpow_reflected(4000, kPolyCrc32));
+
+}  // namespace nux::crc

@@ -42,5 +42,7 @@ Nux32u bzip2_vpclmul(Nux32u c, const Nux8u* p, size_t n);  // kFeatureVpclmul | 
 // The 512-bit folding kernels hand inputs shorter than this to the 128-bit
 // kernel (or the CRC32-instruction kernel for CRC-32C) whole.
 inline constexpr size_t kWideFoldMin = 256;
+// From this length they also run a scalar stream beside the folding.
+inline constexpr size_t kHybridMin = 2048;
 
 }  // namespace nux::checksum
