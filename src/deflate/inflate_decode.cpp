@@ -30,7 +30,7 @@ enum SubState : uint32_t { kSubNone = 0, kSubLiteral = 1, kSubMatch = 2 };
 constexpr uint32_t kModeEndOfBlock = 0, kModeNeedInput = 1, kModeOutputFull = 2;
 
 // Longest match plus the widest over-copy of the word-wise match copy.
-constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 32;
+constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 3 + 32;
 
 struct ShortTables {
     const uint16_t* lit;
@@ -135,11 +135,13 @@ inline void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (dist >= 16) {
-        do {
-            std::memcpy(out, src, 16);
+        // Most matches are short: the first 16 bytes go at once.
+        std::memcpy(out, src, 16);
+        while (out + 16 < end) {
             out += 16;
             src += 16;
-        } while (out < end);
+            std::memcpy(out, src, 16);
+        }
     } else if (dist >= 8) {
         do {
             std::memcpy(out, src, 8);
@@ -169,6 +171,89 @@ inline void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
             src += 8;
         }
     }
+}
+
+enum class FastExit { kSlow, kEnd };
+
+// Decodes symbols while at least 16 input bytes (two word refills) and
+// kFastRoom bytes of output room remain. The state lives in locals so that
+// it stays in registers. Anything unusual -- a match reaching into the
+// window, an invalid code -- ends the loop at the start of that symbol, and
+// the exact path takes it from there.
+template <typename Tables>
+[[gnu::noinline]] FastExit fast_loop(const Tables& tables, Stream& s) {
+    if (s.inEnd - s.in < 16 || s.outEnd - s.out < kFastRoom) return FastExit::kSlow;
+    // A local copy: the byte stores through `out` could alias the caller's
+    // copy and force the table pointers to be reloaded after every literal.
+    const Tables t = tables;
+    const uint8_t* in = s.in;
+    uint64_t buf = s.buf;
+    uint32_t bits = s.bits;
+    uint8_t* out = s.out;
+    const uint8_t* const inLimit = s.inEnd - 16;
+    uint8_t* const outLimit = s.outEnd - kFastRoom;
+    // Bytes of history in the destination before `out`: out - histBase.
+    const uintptr_t histBase = uintptr_t(s.outStart) - uintptr_t(s.dstIdx);
+    FastExit exit = FastExit::kSlow;
+
+    auto refill = [&] {
+        uint64_t word;
+        std::memcpy(&word, in, 8);
+        buf |= word << bits;
+        in += (63 - bits) >> 3;
+        bits |= 56;
+    };
+
+    while (in <= inLimit && out <= outLimit) {
+        refill();
+        uint32_t e = t.litlen(buf);
+        if ((e & 0xF0) == (kKindLiteral << 4)) {
+            // Up to three literals per refill: 56 bits cover three 15-bit codes.
+            buf >>= e & 63;  // kind 0: bits 4-5 are zero, the shift needs no mask
+            bits -= e & 63;
+            *out++ = uint8_t(e >> 8);
+            e = t.litlen(buf);
+            if ((e & 0xF0) == (kKindLiteral << 4)) {
+                buf >>= e & 63;
+                bits -= e & 63;
+                *out++ = uint8_t(e >> 8);
+                e = t.litlen(buf);
+                if ((e & 0xF0) == (kKindLiteral << 4)) {
+                    buf >>= e & 63;
+                    bits -= e & 63;
+                    *out++ = uint8_t(e >> 8);
+                    continue;
+                }
+            }
+            // A refill keeps the low bits, so `e` stays the entry of the
+            // next symbol; the second refill is covered by inLimit.
+            refill();
+        }
+        const uint32_t n = e & 15, kind = (e >> 4) & 15;
+        if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
+            if (kind == kKindEnd) {
+                buf >>= n;
+                bits -= n;
+                exit = FastExit::kEnd;
+            }
+            break;
+        }
+        const uint32_t extra = kind - kKindLengthBase;
+        const uint64_t afterCode = buf >> n;
+        const uint32_t len = (e >> 8) + 3 + (uint32_t(afterCode) & ((1u << extra) - 1));
+        uint32_t used;
+        const uint32_t dist = t.dist(afterCode >> extra, used);
+        if (dist == 0 || dist > uintptr_t(out) - histBase) break;
+        buf = (afterCode >> extra) >> used;
+        bits -= n + extra + used;
+        copy_match_fast(out, len, dist);
+        out += len;
+    }
+    s.in = in;
+    s.buf = buf;
+    s.bits = bits;
+    s.out = out;
+    return exit;
 }
 
 template <typename Tables>
@@ -206,47 +291,9 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
     }
 
     for (;;) {
-        // Fast loop: enough input for a word refill, enough room for any match.
-        while (s.inEnd - s.in >= 8 && s.outEnd - s.out >= kFastRoom) {
-            uint64_t word;
-            std::memcpy(&word, s.in, 8);
-            s.buf |= word << s.bits;
-            s.in += (63 - s.bits) >> 3;
-            s.bits |= 56;
-            snapIn = s.in;
-            snapBuf = s.buf;
-            snapBits = s.bits;
-
-            const uint32_t e = t.litlen(s.buf);
-            const uint32_t n = e & 15, kind = (e >> 4) & 15;
-            if (kind == kKindLiteral) {
-                s.consume(n);
-                *s.out++ = uint8_t(e >> 8);
-                continue;
-            }
-            if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
-                if (kind == kKindEnd) {
-                    s.consume(n);
-                    mode = kModeEndOfBlock;
-                    return NuxStatusOk;
-                }
-                goto bad;
-            }
-            {
-                const uint32_t extra = kind - kKindLengthBase;
-                const uint32_t len = (e >> 8) + 3 + (uint32_t(s.buf >> n) & ((1u << extra) - 1));
-                s.consume(n + extra);
-                uint32_t used;
-                const uint32_t dist = t.dist(s.buf, used);
-                if (dist == 0) goto bad;
-                s.consume(used);
-                if (dist <= s.dstIdx + uint64_t(s.out - s.outStart)) {
-                    copy_match_fast(s.out, len, dist);
-                    s.out += len;
-                } else if (!copy_match_exact(s, len, dist)) {
-                    goto bad;
-                }
-            }
+        if (fast_loop(t, s) == FastExit::kEnd) {
+            mode = kModeEndOfBlock;
+            return NuxStatusOk;
         }
 
         // One symbol, exactly.
