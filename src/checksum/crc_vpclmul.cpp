@@ -49,10 +49,12 @@ NUX_TARGET_VPCLMUL inline __m128i lane_consts() {
 // Per-lane constants: lane i gets the multipliers for `b[i]` bits.
 template <bool Reflected, Nux32u Poly, unsigned B0, unsigned B1, unsigned B2, unsigned B3>
 NUX_TARGET_VPCLMUL inline __m512i lanes() {
-    __m512i z = _mm512_castsi128_si512(lane_consts<Reflected, Poly, B0>());
-    z = _mm512_inserti32x4(z, lane_consts<Reflected, Poly, B1>(), 1);
-    z = _mm512_inserti32x4(z, lane_consts<Reflected, Poly, B2>(), 2);
-    return _mm512_inserti32x4(z, lane_consts<Reflected, Poly, B3>(), 3);
+    const __m128i k0 = lane_consts<Reflected, Poly, B0>(), k1 = lane_consts<Reflected, Poly, B1>();
+    const __m128i k2 = lane_consts<Reflected, Poly, B2>(), k3 = lane_consts<Reflected, Poly, B3>();
+    __m512i z = _mm512_castsi128_si512(k0);
+    z = _mm512_inserti32x4(z, k1, 1);
+    z = _mm512_inserti32x4(z, k2, 2);
+    return _mm512_inserti32x4(z, k3, 3);
 }
 
 NUX_TARGET_VPCLMUL inline __m512i fold512(__m512i x, __m512i k, __m512i data) {
@@ -86,11 +88,15 @@ template <bool Reflected, Nux32u Poly, typename Side = NoSide>
 NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& side = Side()) {
     const __m512i rev = _mm512_broadcast_i32x4(
         _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
-    const auto order = [rev](__m512i v) NUX_TARGET_VPCLMUL {
-        if constexpr (Reflected) return v;
-        else return _mm512_shuffle_epi8(v, rev);
+    const auto order = [&rev](__m512i v) NUX_TARGET_VPCLMUL {
+        if constexpr (Reflected) {
+            static_cast<void>(rev);
+            return v;
+        } else {
+            return _mm512_shuffle_epi8(v, rev);
+        }
     };
-    const auto load = [order](const Nux8u* at) NUX_TARGET_VPCLMUL { return order(_mm512_load_si512(at)); };
+    const auto load = [&order](const Nux8u* at) NUX_TARGET_VPCLMUL { return order(_mm512_load_si512(at)); };
 
     const size_t a = reinterpret_cast<uintptr_t>(p) & 63;
     const Nux8u* q = p - a;
