@@ -77,15 +77,16 @@ struct Folded {
 // unchanged, so every later load is aligned. The register meets the first
 // four message bytes, wherever they sit.
 //
-// `side` runs once per 256-byte round: the hybrid kernels below give it a
-// scalar CRC stream over another part of the input, which uses execution
-// ports that the folding leaves idle.
+// `side` runs in each of the first `side_rounds` 256-byte rounds: the hybrid
+// kernels below give it a scalar CRC stream over another part of the input,
+// which uses execution ports that the folding leaves idle.
 struct NoSide {
     void operator()() const {}
 };
 
 template <bool Reflected, Nux32u Poly, typename Side = NoSide>
-NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& side = Side()) {
+NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& side = Side(),
+                                    size_t side_rounds = 0) {
     const __m512i rev = _mm512_broadcast_i32x4(
         _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
     const auto order = [&rev](__m512i v) NUX_TARGET_VPCLMUL {
@@ -117,7 +118,10 @@ NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& s
     q += 256;
     const __m512i k2048 = wide_consts<Reflected, Poly>();
     for (; rem >= 256; rem -= 256, q += 256) {
-        side();
+        if (side_rounds) {
+            side();
+            --side_rounds;
+        }
         z0 = fold512(z0, k2048, load(q));
         z1 = fold512(z1, k2048, load(q + 64));
         z2 = fold512(z2, k2048, load(q + 128));
@@ -172,20 +176,21 @@ inline Nux32u slice8_from_zero(Nux64u w, const Tables& t) {
 }
 
 // Hybrid split: the input is A then B. A is folded; B, running from a zero
-// register, is taken `Side` bytes per folding round by a scalar stream, and
-// what is left of it after the last round by the 128-bit kernel. Then
+// register, is taken `side` bytes per folding round by a scalar stream. Then
 //   crc(c, A B) = crc(c, A) * x^(8 |B|) + crc(0, B)   (mod P),
 // the shift being one carry-less multiply by x^(8|B| - 32) mod P (crc_math.h:
 // a register s times that constant is a word whose CRC from zero is s moved
 // over |B| bytes). That power depends on the length only; it is computed
 // before the folding starts, so the processor overlaps the two.
 struct Split {
-    size_t a_len, b_len;
+    size_t a_len, b_len, rounds;
 };
 inline Split split(const Nux8u* p, size_t n, size_t side) {
     const size_t a = reinterpret_cast<uintptr_t>(p) & 63;
-    const size_t rounds = (n + a + side) / (256 + side);  // the B stream fits
-    return {256 * rounds - a, n - (256 * rounds - a)};
+    // A keeps at least 256 bytes for the first load plus one round per side
+    // step; its leftover below a round is folded by A's own tail code.
+    const size_t rounds = (n + a - 256) / (256 + side);
+    return {n - side * rounds, side * rounds, rounds};
 }
 
 // Multipliers for x^(8 * 2^j) mod P, j = 2..31, in the layout of `Reflected`
@@ -260,9 +265,10 @@ NUX_TARGET_VPCLMUL Nux32u crc32c_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
             rb = Nux32u(_mm_crc32_u64(rb, load64(b + 24)));
             rb = Nux32u(_mm_crc32_u64(rb, load64(b + 32)));
             b += kSide;
-        });
-        rb = crc32c_hw_clmul(rb, b, size_t(p + n - b));
-        return crc0(clmul32(crc0(f.v), k)) ^ rb;
+        }, s.rounds);
+        Nux32u ra = crc0(f.v);
+        for (size_t i = 0; i < f.rest_len; ++i) ra = _mm_crc32_u8(ra, f.rest[i]);
+        return crc0(clmul32(ra, k)) ^ rb;
     }
     const Folded f = fold_wide<true, kPolyCrc32c>(c, p, n);
     // The CRC32 instruction over the reduced word is the eight byte steps.
