@@ -152,7 +152,7 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
             const uint32_t prefix = r & (kRootEntries - 1);
             uint16_t* sub = t + kRootEntries + subOffset[prefix];
             replicate(sub, r >> kRootBits, len - kRootBits, 1u << subBits[prefix],
-                      distance ? uint16_t(len | (rfc1951::kDistExtra[s] << 4) | (s << 8))
+                      distance ? dist_entry(s, len)
                                : litlen_entry(s, len, true));
         }
     }
@@ -181,7 +181,7 @@ bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const C
                     replicate(t, r | (v << len), len + extra, kRootEntries,
                               uint16_t(kDistFinished | ((rfc1951::kDistBase[s] + v) << 4) | (len + extra)));
             } else {
-                replicate(t, r, len, kRootEntries, uint16_t(len | (extra << 4) | (s << 8)));
+                replicate(t, r, len, kRootEntries, dist_entry(s, len));
             }
         });
 }

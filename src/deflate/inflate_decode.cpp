@@ -51,8 +51,7 @@ struct ShortTables {
 };
 
 struct GeneralTables {
-    const uint16_t* lit;
-    const uint16_t* dist_;
+    const uint16_t* lit;  // the distance table follows at kGeneralDistOffset
 
     uint32_t litlen(uint64_t bits) const {
         uint32_t e = lit[uint32_t(bits) & (kRootEntries - 1)];
@@ -61,17 +60,18 @@ struct GeneralTables {
         return e;
     }
     uint32_t dist(uint64_t bits, uint32_t& used) const {
-        uint32_t e = dist_[uint32_t(bits) & (kRootEntries - 1)];
+        const uint16_t* d = lit + kGeneralDistOffset / 2;
+        uint32_t e = d[uint32_t(bits) & (kRootEntries - 1)];
         if (e & kDistFinished) {
             used = e & 15;
             return (e >> 4) & 0x7FF;
         }
         if (e & kDistSubTable)
-            e = dist_[kRootEntries + ((e >> 4) & 0x3FF) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
+            e = d[kRootEntries + ((e >> 4) & 0x3FF) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
         const uint32_t n = e & 15, extra = (e >> 4) & 15;
         used = n + extra;
         if (n == 0) return 0;
-        return rfc1951::kDistBase[(e >> 8) & 31] + (uint32_t(bits >> n) & ((1u << extra) - 1));
+        return ((((e >> 8) & 3) << extra) | (uint32_t(bits >> n) & ((1u << extra) - 1))) + 1;
     }
 };
 
@@ -395,11 +395,10 @@ NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux
         t.distMask = (1u << dmax) - 1;
         status = decode(t, s, st, mode);
     } else if (st->kind == kLayoutGeneral) {
-        GeneralTables t{reinterpret_cast<const uint16_t*>(st->table),
-                        reinterpret_cast<const uint16_t*>(st->table + kGeneralDistOffset)};
+        GeneralTables t{reinterpret_cast<const uint16_t*>(st->table)};
         status = decode(t, s, st, mode);
     } else {
-        GeneralTables t{kFixedTables.litlen, kFixedTables.dist};
+        GeneralTables t{kFixedTables.litlen};
         status = decode(t, s, st, mode);
     }
 

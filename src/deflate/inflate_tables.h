@@ -30,7 +30,10 @@
 //   bit 14 set     second-level reference: bits 0-3 index width, bits 4-13
 //                  offset in entries after the first level
 //   otherwise      bits 0-3 code length n (0: no code here), bits 4-7 extra
-//                  bit count, bits 8-12 the distance symbol
+//                  bit count e, bits 8-9 the leading bits m of the symbol's
+//                  base: base = (m << e) + 1 (RFC 1951 distance codes 2k+4
+//                  and 2k+5 start at 2^(k+1) + 1 and 3 * 2^k + 1; codes 0-3
+//                  have no extra bits and m = code)
 #pragma once
 
 #include <cstddef>
@@ -55,6 +58,14 @@ inline constexpr size_t kGeneralDistOffset = 3072;
 inline constexpr size_t kGeneralLitLenEntries = kGeneralDistOffset / 2;           // 1536
 inline constexpr size_t kGeneralDistEntries = (6912 - kGeneralDistOffset) / 2;    // 1920
 static_assert(kGeneralDistOffset + 2 * kGeneralDistEntries <= kTableBytes);
+
+// Leading bits of the base of distance code `symbol` (see above).
+constexpr uint32_t dist_base_lead(unsigned symbol) { return symbol < 4 ? symbol : 2 | (symbol & 1); }
+
+// A distance entry without folded extra bits.
+constexpr uint16_t dist_entry(unsigned symbol, unsigned n) {
+    return uint16_t(n | (rfc1951::kDistExtra[symbol] << 4) | (dist_base_lead(symbol) << 8));
+}
 
 // Literal/length entry kinds (bits 4-7).
 inline constexpr uint32_t kKindLiteral = 0, kKindSubTable = 1, kKindInvalid = 2, kKindLengthBase = 8,
@@ -91,9 +102,10 @@ constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
 // is at most 9 bits long, so the first levels are the whole tables. Symbols
 // 286/287 and distances 30/31 have codes but are invalid in data.
 struct FixedTables {
-    uint16_t litlen[kRootEntries];
-    uint16_t dist[kRootEntries];
+    uint16_t litlen[kGeneralLitLenEntries];  // the first level only is used
+    uint16_t dist[kRootEntries];             // kGeneralDistOffset bytes after litlen
 };
+static_assert(offsetof(FixedTables, dist) == kGeneralDistOffset);
 
 constexpr FixedTables make_fixed_tables() {
     FixedTables t{};
@@ -120,7 +132,7 @@ constexpr FixedTables make_fixed_tables() {
                 for (uint32_t i = r | (v << n); i < kRootEntries; i += 1u << (n + extra))
                     t.dist[i] = uint16_t(kDistFinished | ((rfc1951::kDistBase[s] + v) << 4) | (n + extra));
         } else {
-            for (uint32_t i = r; i < kRootEntries; i += 1u << n) t.dist[i] = uint16_t(n | (extra << 4) | (s << 8));
+            for (uint32_t i = r; i < kRootEntries; i += 1u << n) t.dist[i] = dist_entry(s, n);
         }
     }
     return t;
