@@ -130,17 +130,20 @@ bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
 }
 
 // Word-wise copy of a match wholly inside the destination; may write up to
-// 15 bytes past the match end.
+// 31 bytes past the match end.
 inline void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (dist >= 16) {
-        // Most matches are short: the first 16 bytes go at once.
+        // Most matches are short: the first 32 bytes go without a test.
         std::memcpy(out, src, 16);
-        while (out + 16 < end) {
+        std::memcpy(out + 16, src + 16, 16);
+        out += 32;
+        src += 32;
+        while (out < end) {
+            std::memcpy(out, src, 16);
             out += 16;
             src += 16;
-            std::memcpy(out, src, 16);
         }
     } else if (dist >= 8) {
         do {
@@ -204,11 +207,16 @@ template <typename Tables>
         bits |= 56;
     };
 
+    // Loop invariant: at least 56 bits in `buf`, and `e` is the table entry
+    // of the next symbol (looked up before a match is copied, so that the
+    // lookup overlaps the copy).
+    if (in > inLimit || out > outLimit) return FastExit::kSlow;
+    refill();
+    uint32_t e = t.litlen(buf);
     while (in <= inLimit && out <= outLimit) {
-        refill();
-        uint32_t e = t.litlen(buf);
         if ((e & 0xF0) == (kKindLiteral << 4)) {
-            // Up to three literals per refill: 56 bits cover three 15-bit codes.
+            // Two literals, then a refill: 56 bits cover three 15-bit codes,
+            // the third being the next symbol's lookup.
             buf >>= e & 63;  // kind 0: bits 4-5 are zero, the shift needs no mask
             bits -= e & 63;
             *out++ = uint8_t(e >> 8);
@@ -218,16 +226,9 @@ template <typename Tables>
                 bits -= e & 63;
                 *out++ = uint8_t(e >> 8);
                 e = t.litlen(buf);
-                if ((e & 0xF0) == (kKindLiteral << 4)) {
-                    buf >>= e & 63;
-                    bits -= e & 63;
-                    *out++ = uint8_t(e >> 8);
-                    continue;
-                }
             }
-            // A refill keeps the low bits, so `e` stays the entry of the
-            // next symbol; the second refill is covered by inLimit.
-            refill();
+            refill();  // keeps the low bits: `e` stays valid
+            continue;
         }
         const uint32_t n = e & 15, kind = (e >> 4) & 15;
         if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
@@ -246,6 +247,8 @@ template <typename Tables>
         if (dist == 0 || dist > uintptr_t(out) - histBase) break;
         buf = (afterCode >> extra) >> used;
         bits -= n + extra + used;
+        refill();
+        e = t.litlen(buf);
         copy_match_fast(out, len, dist);
         out += len;
     }

@@ -137,6 +137,23 @@ struct History {
     }
 };
 
+// The common case of History: the history lies directly in front of the
+// input (the window pointer is the input pointer), so every position is one
+// array and no test for the input start is needed.
+struct ContiguousHistory {
+    const uint8_t* src;
+    int32_t base;
+
+    const uint8_t* at(int32_t pos) const { return src + (int64_t(pos) - base); }
+    uint32_t word(int32_t pos, int off) const { return load32(at(pos) + off); }
+    int match(const uint8_t* cur, int32_t cand, int limit) const { return common_prefix(cur, at(cand), limit); }
+};
+
+// Hints the cache about the head entry that the next position will read.
+inline void prefetch_head(const int32_t* head, const uint8_t* next, uint32_t mask) {
+    __builtin_prefetch(head + crc_hash(next, mask));
+}
+
 // Counts one literal and stores its symbol.
 inline void put_literal(const Lz77Call& c, uint32_t& out, uint8_t byte) {
     c.pLitDst[out] = byte;

@@ -15,10 +15,10 @@ namespace nux::deflate {
 
 namespace {
 
-NuxStatus single_probe(const Lz77Call& c, int32_t pos0) {
+template <typename Hist>
+NuxStatus single_probe(const Lz77Call& c, int32_t pos0, const Hist& hist) {
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
-    const History hist(src, c.pWindow, pos0);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize;
     int32_t* head = c.pHashHead;
     const uint32_t slots = *c.pSlotsLeft;
@@ -30,6 +30,7 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0) {
         const uint32_t h = shift_hash(cur, hmask);
         const int32_t cand = head[h];
         head[h] = p;
+        if (i + 1 < sp.code_end) __builtin_prefetch(head + shift_hash(cur + 1, hmask));
         int len = 0;
         if (uint32_t(p) - uint32_t(cand) - 1u < win - 1u)
             len = hist.match(cur, cand, int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i)));
@@ -52,10 +53,12 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0) {
 
 }  // namespace
 
-NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
+namespace {
+
+template <typename Hist>
+NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist) {
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
-    const History hist(src, c.pWindow, pos0);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
@@ -79,6 +82,7 @@ NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        if (i + 1 < sp.code_end) prefetch_head(head, cur + 1, hmask);
         const int limit = int(std::min<int64_t>(max_len, sp.n - i));
         int best = 3, best_dist = 0, budget = depth;
         bool shortened = false;
@@ -128,9 +132,19 @@ NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
     return NuxStatusOk;
 }
 
+}  // namespace
+
+NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
+    if (*c.ppSrc == c.pWindow) return chained(c, pos0, plain, ContiguousHistory{*c.ppSrc, pos0});
+    return chained(c, pos0, plain, History(*c.ppSrc, c.pWindow, pos0));
+}
+
 NuxStatus lz77_greedy(const Lz77Call& c) {
     const int32_t pos0 = rebase_if_needed(c, c.params.chainDepth != 0);
-    if (c.params.chainDepth == 0) return single_probe(c, pos0);
+    if (c.params.chainDepth == 0) {
+        if (*c.ppSrc == c.pWindow) return single_probe(c, pos0, ContiguousHistory{*c.ppSrc, pos0});
+        return single_probe(c, pos0, History(*c.ppSrc, c.pWindow, pos0));
+    }
     return greedy_chained(c, pos0, false);
 }
 

@@ -14,16 +14,13 @@
 
 namespace nux::deflate {
 
-NuxStatus lz77_lazy(const Lz77Call& c) {
-    const int32_t pos0 = rebase_if_needed(c, true);
+namespace {
+
+template <typename Hist>
+NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t slots = *c.pSlotsLeft;
-    // Without a position that has the full lookahead, or without room for a
-    // deferred decision, the call falls back to a plain greedy walk.
-    if (slots < 2 || sp.n <= 261) return greedy_chained(c, pos0, true);
-
-    const History hist(src, c.pWindow, pos0);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
@@ -43,6 +40,7 @@ NuxStatus lz77_lazy(const Lz77Call& c) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        if (i + 1 < sp.code_end) prefetch_head(head, cur + 1, hmask);
         const int limit = int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i));
         const int start = prev_len >= 4 ? prev_len : 3;
         int best = start, best_dist = 0;
@@ -91,6 +89,17 @@ NuxStatus lz77_lazy(const Lz77Call& c) {
     }
     finish_call(c, i, out);
     return NuxStatusOk;
+}
+
+}  // namespace
+
+NuxStatus lz77_lazy(const Lz77Call& c) {
+    const int32_t pos0 = rebase_if_needed(c, true);
+    // Without a position that has the full lookahead, or without room for a
+    // deferred decision, the call falls back to a plain greedy walk.
+    if (*c.pSlotsLeft < 2 || *c.pSrcLen <= 261) return greedy_chained(c, pos0, true);
+    if (*c.ppSrc == c.pWindow) return lazy(c, pos0, ContiguousHistory{*c.ppSrc, pos0});
+    return lazy(c, pos0, History(*c.ppSrc, c.pWindow, pos0));
 }
 
 }  // namespace nux::deflate
