@@ -12,6 +12,7 @@
 // a CRC32-instruction stream over the tail of long inputs on the otherwise
 // idle integer ports (the hybrid split below); a slicing-by-8 side stream for
 // CRC-32 and the bzip2 CRC measured slower than folding alone, so they do not.
+
 // GCC 12's 512-bit intrinsic headers build vectors from a self-initialised
 // "undefined" value (broadcast, insert, extract), which -Wmaybe-uninitialized
 // reports once they are inlined here. The warning is a false positive.
@@ -207,11 +208,12 @@ constexpr std::array<Nux64u, 32> make_power_table() {
 }
 
 NUX_TARGET_VPCLMUL inline Nux64u clmul32(Nux32u r, Nux64u k) {
-    const __m128i prod = _mm_clmulepi64_si128(_mm_cvtsi32_si128(int(r)), _mm_cvtsi64_si128(static_cast<long long>(k)), 0);
+    const __m128i prod =
+        _mm_clmulepi64_si128(_mm_cvtsi32_si128(int(r)), _mm_cvtsi64_si128(static_cast<long long>(k)), 0);
     return Nux64u(_mm_cvtsi128_si64(prod));
 }
 
-// The shift constant for moving a register over `bytes` (>= 4) bytes:
+// The shift constant for moving a register over `bytes` (4 to 2^32 - 1) bytes:
 // x^(8 bytes - 32) mod P, built from the powers of two of (bytes - 4).
 // `crc0` maps a 64-bit word to its CRC from a zero register, `byte0` moves a
 // register over one zero byte.
@@ -223,12 +225,9 @@ NUX_TARGET_VPCLMUL Nux64u shift_constant(size_t bytes, Crc0 crc0, Byte0 byte0) {
     if (e & 1) r = byte0(r);
     if (e & 2) r = byte0(byte0(r));
     for (int j = 2; (e >> j) != 0; ++j)
-        if ((e >> j) & 1) {
-            r = crc0(clmul32(r, kPowers[j]));
-        }
+        if ((e >> j) & 1) r = crc0(clmul32(r, kPowers[j]));
     return Reflected ? Nux64u(r) << 1 : r;
 }
-
 
 inline Nux64u load64(const Nux8u* p) {
     Nux64u w;
@@ -248,7 +247,7 @@ NUX_TARGET_VPCLMUL Nux32u crc32_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
 
 NUX_TARGET_VPCLMUL Nux32u crc32c_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
     if (n < kWideFoldMin) return crc32c_hw_clmul(c, p, n);
-    if (n >= kHybridMin) {
+    if (n >= kHybridMin && (n >> 32) == 0) {
         // Side stream: five 8-byte CRC32 instructions (one dependency chain
         // of 15 cycles) per 256-byte folding round; measured best of 4..6.
         constexpr size_t kSide = 40;
