@@ -342,6 +342,29 @@ TEST(Lz77, GuardedInputAndCleanUpperState) {
         replay(out, p, n);
         EXPECT_EQ(out, text);
     }
+    // The loader copies with 32-byte vector moves.
+    std::vector<Nux32s> head(kHash, -32768), chain(kWin, -32768);
+    Bytes window(kWin);
+    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
+        nuxsDeflateDictionarySet_8u(text.data(), int(text.size()), head.data(), kHash, chain.data(), window.data(), kWin,
+                                    6);
+    }));
+    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
+        nuxsDeflateUpdateHash_8u(text.data(), 0, Nux32u(text.size()), head.data(), kHash, chain.data(), kWin, 6);
+    }));
+    for (bool lazy : {false, true}) {
+        const NuxDeflateMatchParams m{16, 8, 32, 16};
+        Parser p;
+        const Nux8u* src = text.data();
+        Nux32u len = Nux32u(text.size()), slots = 65536;
+        EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
+            (lazy ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u)(&src, &len, &p.pos, text.data(), kWin,
+                                                                     p.head.data(), p.chain.data(), kHash, p.lit_freq,
+                                                                     p.dist_freq, p.lit.data(), p.dist.data(), &slots,
+                                                                     &m, 2);
+        }));
+        EXPECT_EQ(len, 0u);
+    }
 }
 
 }  // namespace
