@@ -154,21 +154,34 @@ inline void prefetch_head(const int32_t* head, const uint8_t* next, uint32_t mas
     __builtin_prefetch(head + crc_hash(next, mask));
 }
 
-// Counts one literal and stores its symbol.
-inline void put_literal(const Lz77Call& c, uint32_t& out, uint8_t byte) {
-    c.pLitDst[out] = byte;
-    c.pDistDst[out] = 0;
-    ++out;
-    ++c.pLitFreq[byte].code;
-}
+// Stores symbols and counts them. The array pointers are copied out of the
+// call record into restrict-qualified members: the symbol bytes are char
+// stores, which may alias anything, and would otherwise force a reload of
+// every pointer of the record after each symbol.
+struct SymbolWriter {
+    Nux8u* __restrict lit;
+    Nux16u* __restrict dist;
+    NuxDeflateCode* __restrict lit_freq;
+    NuxDeflateCode* __restrict dist_freq;
+    uint32_t count = 0;
 
-inline void put_match(const Lz77Call& c, uint32_t& out, int len, int dist) {
-    c.pLitDst[out] = uint8_t(len - 3);
-    c.pDistDst[out] = uint16_t(dist);
-    ++out;
-    ++c.pLitFreq[257 + rfc1951::kLengthCode[len - 3]].code;
-    ++c.pDistFreq[rfc1951::dist_code(dist)].code;
-}
+    explicit SymbolWriter(const Lz77Call& c)
+        : lit(c.pLitDst), dist(c.pDistDst), lit_freq(c.pLitFreq), dist_freq(c.pDistFreq) {}
+
+    void literal(uint8_t byte) {
+        lit[count] = byte;
+        dist[count] = 0;
+        ++count;
+        ++lit_freq[byte].code;
+    }
+    void match(int len, int d) {
+        lit[count] = uint8_t(len - 3);
+        dist[count] = uint16_t(d);
+        ++count;
+        ++lit_freq[257 + rfc1951::kLengthCode[len - 3]].code;
+        ++dist_freq[rfc1951::dist_code(d)].code;
+    }
+};
 
 // Moves every table entry down by srcPos - winSize when the positions of this
 // call could approach 2^31, so that positions start over just above the window.

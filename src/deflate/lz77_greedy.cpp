@@ -22,9 +22,9 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, const Hist& hist) {
     const uint32_t hmask = c.hashSize - 1, win = c.winSize;
     int32_t* head = c.pHashHead;
     const uint32_t slots = *c.pSlotsLeft;
-    uint32_t out = 0;
+    SymbolWriter sym(c);
     int64_t i = 0;
-    while (i < sp.code_end && out < slots) {
+    while (i < sp.code_end && sym.count < slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         const uint32_t h = shift_hash(cur, hmask);
@@ -35,19 +35,19 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, const Hist& hist) {
         if (uint32_t(p) - uint32_t(cand) - 1u < win - 1u)
             len = hist.match(cur, cand, int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i)));
         if (len >= 3) {
-            put_match(c, out, len, p - cand);
+            sym.match(len, p - cand);
             // Every covered position that still has three bytes goes into the head.
             const int64_t last = std::min<int64_t>(i + len - 1, sp.n - 3);
             for (int64_t q = i + 1; q <= last; ++q) head[shift_hash(src + q, hmask)] = pos0 + int32_t(q);
             i += len;
         } else {
-            put_literal(c, out, *cur);
+            sym.literal(*cur);
             ++i;
         }
     }
     if (c.flush >= 2)
-        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
-    finish_call(c, i, out);
+        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
+    finish_call(c, i, sym.count);
     return NuxStatusOk;
 }
 
@@ -76,9 +76,9 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist)
         insert_limit = std::min(insert_limit, rfc1951::kMaxMatch - 1);
     }
     const uint32_t slots = *c.pSlotsLeft;
-    uint32_t out = 0;
+    SymbolWriter sym(c);
     int64_t i = 0;
-    while (i < sp.code_end && out < slots) {
+    while (i < sp.code_end && sym.count < slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
@@ -103,11 +103,11 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist)
             cand = chain[uint32_t(cand) & wmask];
         }
         if (best < 4) {
-            put_literal(c, out, *cur);
+            sym.literal(*cur);
             ++i;
             continue;
         }
-        put_match(c, out, best, best_dist);
+        sym.match(best, best_dist);
         // Covered positions: all of them for short matches. A match that
         // overlaps itself (a run with period best_dist) only needs its last
         // few positions hashed, and only when the period is short enough.
@@ -125,10 +125,10 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist)
     }
     if (c.flush >= 2 && i >= sp.code_end) {
         const int64_t tail = i;
-        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
+        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
         clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
     }
-    finish_call(c, i, out);
+    finish_call(c, i, sym.count);
     return NuxStatusOk;
 }
 

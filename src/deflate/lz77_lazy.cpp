@@ -32,11 +32,11 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
         for (int64_t q = from; q <= last; ++q) insert_crc(src + q, pos0 + int32_t(q), head, chain, hmask, wmask);
     };
 
-    uint32_t out = 0;
+    SymbolWriter sym(c);
     int64_t i = 0;
     bool pending = false;
     int prev_len = 0, prev_dist = 0;
-    while (i < sp.code_end && out + 2 <= slots) {
+    while (i < sp.code_end && sym.count + 2 <= slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
@@ -60,14 +60,14 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
         }
         if (pending && prev_len >= 4 && best == start) {
             // Nothing longer here: the held match from i - 1 goes out.
-            put_match(c, out, prev_len, prev_dist);
+            sym.match(prev_len, prev_dist);
             insert_range(i + 1, i + prev_len - 2);
             i += prev_len - 1;
             pending = false;
             prev_len = 0;
             continue;
         }
-        if (pending) put_literal(c, out, src[i - 1]);
+        if (pending) sym.literal(src[i - 1]);
         pending = true;
         prev_len = best > start ? best : 0;
         prev_dist = best_dist;
@@ -75,19 +75,19 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
     }
     if (pending) {
         if (prev_len >= 4) {
-            put_match(c, out, prev_len, prev_dist);
+            sym.match(prev_len, prev_dist);
             insert_range(i + 1, i + prev_len - 2);
             i += prev_len - 1;
         } else {
-            put_literal(c, out, src[i - 1]);
+            sym.literal(src[i - 1]);
         }
     }
     if (c.flush >= 2 && i >= sp.code_end) {
         const int64_t tail = i;
-        while (i < sp.n && out < slots) put_literal(c, out, src[i++]);
+        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
         clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
     }
-    finish_call(c, i, out);
+    finish_call(c, i, sym.count);
     return NuxStatusOk;
 }
 
