@@ -14,10 +14,11 @@
 // CRC-32 and the bzip2 CRC measured slower than folding alone, so they do not.
 
 // GCC 12's 512-bit intrinsic headers build vectors from a self-initialised
-// "undefined" value (broadcast, insert, extract), which -Wmaybe-uninitialized
+// "undefined" value (broadcast, insert, extract), which -W(maybe-)uninitialized
 // reports once they are inlined here. The warning is a false positive.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 
 #include <cstring>
@@ -47,20 +48,36 @@ NUX_TARGET_VPCLMUL inline __m128i lane_consts() {
     else return normal_fold_consts<Bits, Poly>();
 }
 
-// Per-lane constants: lane i gets the multipliers for `b[i]` bits.
-template <bool Reflected, Nux32u Poly, unsigned B0, unsigned B1, unsigned B2, unsigned B3>
-NUX_TARGET_VPCLMUL inline __m512i lanes() {
-    const __m128i k0 = lane_consts<Reflected, Poly, B0>(), k1 = lane_consts<Reflected, Poly, B1>();
-    const __m128i k2 = lane_consts<Reflected, Poly, B2>(), k3 = lane_consts<Reflected, Poly, B3>();
-    __m512i z = _mm512_castsi128_si512(k0);
-    z = _mm512_inserti32x4(z, k1, 1);
-    z = _mm512_inserti32x4(z, k2, 2);
-    return _mm512_inserti32x4(z, k3, 3);
-}
-
 NUX_TARGET_VPCLMUL inline __m512i fold512(__m512i x, __m512i k, __m512i data) {
     return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(x, k, 0x00), _mm512_clmulepi64_epi128(x, k, 0x11),
                                      data, 0x96);
+}
+
+// Per-lane multipliers for the final fold: entry d, lane l moves a lane by
+// d * 512 + (3 - l) * 128 bits; entry 0 lane 3 (the last lane, which stays)
+// is zero.
+template <bool Reflected, Nux32u Poly>
+constexpr std::array<std::array<Nux64u, 8>, 7> final_consts() {
+    std::array<std::array<Nux64u, 8>, 7> t{};
+    for (unsigned d = 0; d < 7; ++d)
+        for (unsigned l = 0; l < 4; ++l) {
+            const unsigned bits = d * 512 + (3 - l) * 128;
+            if (bits == 0) continue;
+            t[d][2 * l] = Reflected ? refl_lo(bits, Poly) : xpow_normal(bits, Poly);
+            t[d][2 * l + 1] = Reflected ? refl_hi(bits, Poly) : xpow_normal(bits + 64, Poly);
+        }
+    return t;
+}
+
+// Folds N blocks (the last one's lane 3 stays) onto one 128-bit value.
+template <size_t N, typename Table>
+NUX_TARGET_VPCLMUL inline __m128i fold_final(const __m512i (&b)[N], const Table& k) {
+    __m512i t = _mm512_setzero_si512();
+#pragma GCC unroll 7
+    for (size_t i = 0; i < N; ++i) t = fold512(b[i], _mm512_load_si512(k[N - 1 - i].data()), t);
+    const __m256i t2 = _mm256_xor_si256(_mm512_castsi512_si256(t), _mm512_extracti64x4_epi64(t, 1));
+    return _mm_ternarylogic_epi64(_mm256_castsi256_si128(t2), _mm256_extracti128_si256(t2, 1),
+                                  _mm512_extracti32x4_epi32(b[N - 1], 3), 0x96);
 }
 
 // The result of folding: a 64-bit word congruent to everything before `rest`
@@ -80,14 +97,16 @@ struct Folded {
 //
 // `side` runs in each of the first `side_rounds` 256-byte rounds: the hybrid
 // kernels below give it a scalar CRC stream over another part of the input,
-// which uses execution ports that the folding leaves idle.
+// which uses execution ports that the folding leaves idle. It works on a
+// local copy (kept in registers) that is handed back at the end.
 struct NoSide {
     void operator()() const {}
 };
 
 template <bool Reflected, Nux32u Poly, typename Side = NoSide>
-NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& side = Side(),
+NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side* side_state = nullptr,
                                     size_t side_rounds = 0) {
+    Side side = side_state ? *side_state : Side();
     const __m512i rev = _mm512_broadcast_i32x4(
         _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
     const auto order = [&rev](__m512i v) NUX_TARGET_VPCLMUL {
@@ -128,17 +147,19 @@ NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& s
         z2 = fold512(z2, k2048, load(q + 128));
         z3 = fold512(z3, k2048, load(q + 192));
     }
-    const __m512i k1536 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 1536>());
-    const __m512i k1024 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 1024>());
-    const __m512i k512 = _mm512_broadcast_i32x4(lane_consts<Reflected, Poly, 512>());
-    __m512i z = fold512(z0, k1536, fold512(z1, k1024, fold512(z2, k512, z3)));
-    for (; rem >= 64; rem -= 64, q += 64) z = fold512(z, k512, load(q));
-    // Lanes 0..2 move 384, 256 and 128 bits forward onto lane 3.
-    const __m512i kl = lanes<Reflected, Poly, 384, 256, 128, 0>();
-    const __m512i t = _mm512_xor_si512(_mm512_clmulepi64_epi128(z, kl, 0x00), _mm512_clmulepi64_epi128(z, kl, 0x11));
-    const __m256i t2 = _mm256_xor_si256(_mm512_castsi512_si256(t), _mm512_extracti64x4_epi64(t, 1));
-    __m128i x = _mm_ternarylogic_epi64(_mm256_castsi256_si128(t2), _mm256_extracti128_si256(t2, 1),
-                                       _mm512_extracti32x4_epi32(z, 3), 0x96);
+    // The four registers and the 0..3 whole blocks left are folded onto the
+    // last lane in one step: lane l of a block d blocks before the last one
+    // moves d * 512 + (3 - l) * 128 bits. All multiplies are independent.
+    alignas(64) static constexpr auto kFinal = final_consts<Reflected, Poly>();
+    __m128i x;
+    switch (rem / 64) {
+        case 0: x = fold_final<4>({z0, z1, z2, z3}, kFinal); break;
+        case 1: x = fold_final<5>({z0, z1, z2, z3, load(q)}, kFinal); break;
+        case 2: x = fold_final<6>({z0, z1, z2, z3, load(q), load(q + 64)}, kFinal); break;
+        default: x = fold_final<7>({z0, z1, z2, z3, load(q), load(q + 64), load(q + 128)}, kFinal); break;
+    }
+    q += rem / 64 * 64;
+    rem %= 64;
     // The last 16-byte blocks one at a time, then one 8-byte word.
     const __m128i k128 = lane_consts<Reflected, Poly, 128>();
     for (; rem >= 16; rem -= 16, q += 16) {
@@ -164,6 +185,7 @@ NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side&& s
         q += 8;
         rem -= 8;
     }
+    if (side_state) *side_state = side;
     return {v, q, rem};
 }
 
@@ -235,6 +257,18 @@ inline Nux64u load64(const Nux8u* p) {
     return w;
 }
 
+// CRC-32C side stream: five 8-byte CRC32 instructions (one dependency chain
+// of 15 cycles) per 256-byte folding round; measured best of 4..6.
+struct Crc32cSide {
+    static constexpr size_t kBytes = 40;
+    const Nux8u* b;
+    Nux32u r;
+    void operator()() {
+        for (size_t i = 0; i < kBytes; i += 8) r = Nux32u(_mm_crc32_u64(r, load64(b + i)));
+        b += kBytes;
+    }
+};
+
 }  // namespace
 
 NUX_TARGET_VPCLMUL Nux32u crc32_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
@@ -248,26 +282,15 @@ NUX_TARGET_VPCLMUL Nux32u crc32_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
 NUX_TARGET_VPCLMUL Nux32u crc32c_vpclmul(Nux32u c, const Nux8u* p, size_t n) {
     if (n < kWideFoldMin) return crc32c_hw_clmul(c, p, n);
     if (n >= kHybridMin && (n >> 32) == 0) {
-        // Side stream: five 8-byte CRC32 instructions (one dependency chain
-        // of 15 cycles) per 256-byte folding round; measured best of 4..6.
-        constexpr size_t kSide = 40;
-        const Split s = split(p, n, kSide);
+        const Split s = split(p, n, Crc32cSide::kBytes);
         const auto crc0 = [](Nux64u w) { return Nux32u(_mm_crc32_u64(0, w)); };
         const auto byte0 = [](Nux32u r) { return Nux32u(_mm_crc32_u8(r, 0)); };
         const Nux64u k = shift_constant<true, kPolyCrc32c>(s.b_len, crc0, byte0);
-        const Nux8u* b = p + s.a_len;
-        Nux32u rb = 0;
-        const Folded f = fold_wide<true, kPolyCrc32c>(c, p, s.a_len, [&b, &rb] {
-            rb = Nux32u(_mm_crc32_u64(rb, load64(b)));
-            rb = Nux32u(_mm_crc32_u64(rb, load64(b + 8)));
-            rb = Nux32u(_mm_crc32_u64(rb, load64(b + 16)));
-            rb = Nux32u(_mm_crc32_u64(rb, load64(b + 24)));
-            rb = Nux32u(_mm_crc32_u64(rb, load64(b + 32)));
-            b += kSide;
-        }, s.rounds);
+        Crc32cSide side{p + s.a_len, 0};
+        const Folded f = fold_wide<true, kPolyCrc32c>(c, p, s.a_len, &side, s.rounds);
         Nux32u ra = crc0(f.v);
         for (size_t i = 0; i < f.rest_len; ++i) ra = _mm_crc32_u8(ra, f.rest[i]);
-        return crc0(clmul32(ra, k)) ^ rb;
+        return crc0(clmul32(ra, k)) ^ side.r;
     }
     const Folded f = fold_wide<true, kPolyCrc32c>(c, p, n);
     // The CRC32 instruction over the reduced word is the eight byte steps.
