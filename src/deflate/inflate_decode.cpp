@@ -19,7 +19,10 @@
 #include <cstring>
 
 #include "core/args.h"
+#include "core/cpu.h"
 #include "deflate/inflate_tables.h"
+
+#define NUX_INLINE [[gnu::always_inline]] inline
 
 namespace nux::inflate {
 namespace {
@@ -39,10 +42,13 @@ struct ShortTables {
     const uint16_t* distBase;
     uint32_t distMask;
 
-    uint32_t litlen(uint64_t bits) const { return lit[uint32_t(bits) & litMask]; }
+    static constexpr bool kSubTables = false;
+    NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & litMask]; }
+    NUX_INLINE uint32_t litlen(uint64_t bits) const { return first(bits); }
+    NUX_INLINE uint32_t second(uint32_t e, uint64_t) const { return e; }
     // The distance, and in `used` the code and extra bits it takes; 0 when no
     // code matches (a hole of a lone one-bit code, or no distance codes).
-    uint32_t dist(uint64_t bits, uint32_t& used) const {
+    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
         const uint32_t i = uint32_t(bits) & distMask;
         const uint32_t d = distBytes[i], n = d & 15, extra = d >> 4;
         used = n + extra;
@@ -53,13 +59,18 @@ struct ShortTables {
 struct GeneralTables {
     const uint16_t* lit;  // the distance table follows at kGeneralDistOffset
 
-    uint32_t litlen(uint64_t bits) const {
-        uint32_t e = lit[uint32_t(bits) & (kRootEntries - 1)];
-        if (((e >> 4) & 15) == kKindSubTable)
-            e = lit[kRootEntries + ((e >> 8) << 1) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
-        return e;
+    static constexpr bool kSubTables = true;
+    // First-level entry; a second-level reference (kind 1) is resolved by
+    // second(), which the fast loop calls only off its literal path.
+    NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kRootEntries - 1)]; }
+    NUX_INLINE uint32_t second(uint32_t e, uint64_t bits) const {
+        return lit[kRootEntries + ((e >> 8) << 1) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
     }
-    uint32_t dist(uint64_t bits, uint32_t& used) const {
+    NUX_INLINE uint32_t litlen(uint64_t bits) const {
+        const uint32_t e = first(bits);
+        return ((e >> 4) & 15) == kKindSubTable ? second(e, bits) : e;
+    }
+    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
         const uint16_t* d = lit + kGeneralDistOffset / 2;
         uint32_t e = d[uint32_t(bits) & (kRootEntries - 1)];
         if (e & kDistFinished) {
@@ -131,7 +142,7 @@ bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
 
 // Word-wise copy of a match wholly inside the destination; may write up to
 // 31 bytes past the match end.
-inline void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
+NUX_INLINE void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (dist >= 16) {
@@ -184,7 +195,7 @@ enum class FastExit { kSlow, kEnd };
 // window, an invalid code -- ends the loop at the start of that symbol, and
 // the exact path takes it from there.
 template <typename Tables>
-[[gnu::noinline]] FastExit fast_loop(const Tables& tables, Stream& s) {
+NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     if (s.inEnd - s.in < 16 || s.outEnd - s.out < kFastRoom) return FastExit::kSlow;
     // A local copy: the byte stores through `out` could alias the caller's
     // copy and force the table pointers to be reloaded after every literal.
@@ -212,7 +223,7 @@ template <typename Tables>
     // lookup overlaps the copy).
     if (in > inLimit || out > outLimit) return FastExit::kSlow;
     refill();
-    uint32_t e = t.litlen(buf);
+    uint32_t e = t.first(buf);
     while (in <= inLimit && out <= outLimit) {
         if ((e & 0xF0) == (kKindLiteral << 4)) {
             // Two literals, then a refill: 56 bits cover three 15-bit codes,
@@ -220,24 +231,39 @@ template <typename Tables>
             buf >>= e & 63;  // kind 0: bits 4-5 are zero, the shift needs no mask
             bits -= e & 63;
             *out++ = uint8_t(e >> 8);
-            e = t.litlen(buf);
+            e = t.first(buf);
             if ((e & 0xF0) == (kKindLiteral << 4)) {
                 buf >>= e & 63;
                 bits -= e & 63;
                 *out++ = uint8_t(e >> 8);
-                e = t.litlen(buf);
+                e = t.first(buf);
             }
             refill();  // keeps the low bits: `e` stays valid
             continue;
         }
-        const uint32_t n = e & 15, kind = (e >> 4) & 15;
+        uint32_t n = e & 15, kind = (e >> 4) & 15;
         if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
-            if (kind == kKindEnd) {
-                buf >>= n;
-                bits -= n;
-                exit = FastExit::kEnd;
+            if (Tables::kSubTables && kind == kKindSubTable) {
+                e = t.second(e, buf);
+                if ((e & 0xF0) == (kKindLiteral << 4)) {
+                    buf >>= e & 15;
+                    bits -= e & 15;
+                    *out++ = uint8_t(e >> 8);
+                    refill();
+                    e = t.first(buf);
+                    continue;
+                }
+                n = e & 15;
+                kind = (e >> 4) & 15;
             }
-            break;
+            if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
+                if (kind == kKindEnd) {
+                    buf >>= n;
+                    bits -= n;
+                    exit = FastExit::kEnd;
+                }
+                break;
+            }
         }
         const uint32_t extra = kind - kKindLengthBase;
         const uint64_t afterCode = buf >> n;
@@ -248,7 +274,7 @@ template <typename Tables>
         buf = (afterCode >> extra) >> used;
         bits -= n + extra + used;
         refill();
-        e = t.litlen(buf);
+        e = t.first(buf);
         copy_match_fast(out, len, dist);
         out += len;
     }
@@ -259,8 +285,22 @@ template <typename Tables>
     return exit;
 }
 
+// The same loop compiled twice: BMI2's flag-free variable shifts and
+// bit-field extraction (SHRX, SHLX, BZHI) save several instructions per
+// symbol; the choice is made per call from the feature set read at load.
+template <typename Tables>
+[[gnu::noinline]] FastExit fast_loop_plain(const Tables& t, Stream& s) {
+    return fast_loop_body(t, s);
+}
+
+template <typename Tables>
+[[gnu::noinline, gnu::target("bmi,bmi2")]] FastExit fast_loop_bmi2(const Tables& t, Stream& s) {
+    return fast_loop_body(t, s);
+}
+
 template <typename Tables>
 NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& mode) {
+    const bool bmi2 = ownGetFeature(kFeatureBmi2) != 0;
     const bool resume = mode == kModeOutputFull;
     mode = kModeNeedInput;
     // Symbol start, for a partial symbol handed back (mode 1) or a fault.
@@ -294,7 +334,7 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
     }
 
     for (;;) {
-        if (fast_loop(t, s) == FastExit::kEnd) {
+        if ((bmi2 ? fast_loop_bmi2(t, s) : fast_loop_plain(t, s)) == FastExit::kEnd) {
             mode = kModeEndOfBlock;
             return NuxStatusOk;
         }
