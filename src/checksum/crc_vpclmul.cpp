@@ -22,6 +22,7 @@
 #endif
 
 #include <cstring>
+#include <type_traits>
 
 #include "checksum/clmul.h"
 #include "checksum/kernels.h"
@@ -104,7 +105,7 @@ struct NoSide {
 };
 
 template <bool Reflected, Nux32u Poly, typename Side = NoSide>
-NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side* side_state = nullptr,
+NUX_TARGET_VPCLMUL __attribute__((always_inline)) inline Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side* side_state = nullptr,
                                     size_t side_rounds = 0) {
     Side side = side_state ? *side_state : Side();
     const __m512i rev = _mm512_broadcast_i32x4(
@@ -138,9 +139,11 @@ NUX_TARGET_VPCLMUL Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side* si
     q += 256;
     const __m512i k2048 = wide_consts<Reflected, Poly>();
     for (; rem >= 256; rem -= 256, q += 256) {
-        if (side_rounds) {
-            side();
-            --side_rounds;
+        if constexpr (!std::is_same_v<Side, NoSide>) {
+            if (side_rounds) {
+                side();
+                --side_rounds;
+            }
         }
         z0 = fold512(z0, k2048, load(q));
         z1 = fold512(z1, k2048, load(q + 64));

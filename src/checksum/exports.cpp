@@ -13,28 +13,25 @@ Nux32u adler32(Nux32u adler, const Nux8u* p, size_t n) {
     return adler32_vec16(adler, p, n);
 }
 
+// The carry-less-multiply feature picks folding over tables; the 512-bit
+// form of the instruction, when present as well, picks the wide folding
+// (asked first, so the common case costs one query).
 Nux32u crc32(Nux32u c, const Nux8u* p, size_t n) {
-    if (ownGetFeature(kFeaturePclmul)) {
-        if (ownGetFeature(kFeatureVpclmul)) return crc32_vpclmul(c, p, n);
-        return crc32_pclmul(c, p, n);
-    }
+    if (ownGetFeature(kFeaturePclmul | kFeatureVpclmul)) return crc32_vpclmul(c, p, n);
+    if (ownGetFeature(kFeaturePclmul)) return crc32_pclmul(c, p, n);
     return crc32_slice8(c, p, n);
 }
 
 Nux32u crc32c(Nux32u c, const Nux8u* p, size_t n) {
-    if (ownGetFeature(kFeaturePclmul)) {
-        if (ownGetFeature(kFeatureVpclmul)) return crc32c_vpclmul(c, p, n);
-        return crc32c_hw_clmul(c, p, n);
-    }
+    if (ownGetFeature(kFeaturePclmul | kFeatureVpclmul | kFeatureSse42Crc)) return crc32c_vpclmul(c, p, n);
+    if (ownGetFeature(kFeaturePclmul)) return crc32c_hw_clmul(c, p, n);
     if (ownGetFeature(kFeatureSse42Crc)) return crc32c_hw_table(c, p, n);
     return crc32c_slice4(c, p, n);
 }
 
 Nux32u bzip2(Nux32u c, const Nux8u* p, size_t n) {
-    if (ownGetFeature(kFeaturePclmul)) {
-        if (ownGetFeature(kFeatureVpclmul)) return bzip2_vpclmul(c, p, n);
-        return bzip2_pclmul(c, p, n);
-    }
+    if (ownGetFeature(kFeaturePclmul | kFeatureVpclmul)) return bzip2_vpclmul(c, p, n);
+    if (ownGetFeature(kFeaturePclmul)) return bzip2_pclmul(c, p, n);
     return bzip2_slice8(c, p, n);
 }
 
