@@ -16,6 +16,8 @@
 // Near the ends of the input or the output, one symbol at a time is decoded
 // exactly, so that a call can stop at any symbol (input ran out: mode 1) or
 // inside one (output full: mode 2).
+#include <immintrin.h>
+
 #include <cstring>
 
 #include "core/args.h"
@@ -142,45 +144,65 @@ bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
 
 // Word-wise copy of a match wholly inside the destination; may write up to
 // 31 bytes past the match end.
+NUX_INLINE void copy16(uint8_t* out, const uint8_t* src) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(src)));
+}
+
+NUX_INLINE void copy8(uint8_t* out, const uint8_t* src) {
+    uint64_t v;
+    std::memcpy(&v, src, 8);
+    std::memcpy(out, &v, 8);
+}
+
+// The first multiple of the distance (1..7) that is at least 8: the pattern
+// of a short-distance match also repeats at that distance.
+constexpr uint8_t kPeriodAtLeast8[8] = {0, 8, 8, 9, 8, 10, 12, 14};
+
 NUX_INLINE void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (dist >= 16) {
         // Most matches are short: the first 32 bytes go without a test.
-        std::memcpy(out, src, 16);
-        std::memcpy(out + 16, src + 16, 16);
+        copy16(out, src);
+        copy16(out + 16, src + 16);
         out += 32;
         src += 32;
         while (out < end) {
-            std::memcpy(out, src, 16);
+            copy16(out, src);
             out += 16;
             src += 16;
         }
     } else if (dist >= 8) {
-        do {
-            std::memcpy(out, src, 8);
+        copy8(out, src);
+        copy8(out + 8, src + 8);
+        out += 16;
+        src += 16;
+        while (out < end) {
+            copy8(out, src);
             out += 8;
             src += 8;
-        } while (out < end);
+        }
     } else if (dist == 1) {
-        uint64_t v = 0x0101010101010101ull * *src;
+        const __m128i v = _mm_set1_epi8(char(*src));
         do {
-            std::memcpy(out, &v, 8);
-            std::memcpy(out + 8, &v, 8);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v);
             out += 16;
         } while (out < end);
     } else {
-        // Distances 2..7: the pattern also repeats at the first multiple d
-        // of the distance that is at least 8. Once d - dist bytes are written
-        // byte by byte, 8-byte words from d bytes back reproduce it.
-        uint32_t d = dist;
-        while (d < 8) d += dist;
-        const uint32_t head = len < d - dist ? len : d - dist;
-        for (uint32_t i = 0; i < head; ++i) out[i] = src[i];
-        out += head;
-        src = out - d;
+        // Distances 2..7: eight bytes one at a time (each may read a byte
+        // written just before), then 8-byte words from a period d >= 8 back.
+        out[0] = src[0];
+        out[1] = src[1];
+        out[2] = src[2];
+        out[3] = src[3];
+        out[4] = src[4];
+        out[5] = src[5];
+        out[6] = src[6];
+        out[7] = src[7];
+        out += 8;
+        src = out - kPeriodAtLeast8[dist];
         while (out < end) {
-            std::memcpy(out, src, 8);
+            copy8(out, src);
             out += 8;
             src += 8;
         }
@@ -204,8 +226,6 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     uint64_t buf = s.buf;
     uint32_t bits = s.bits;
     uint8_t* out = s.out;
-    const uint8_t* const inLimit = s.inEnd - 16;
-    uint8_t* const outLimit = s.outEnd - kFastRoom;
     // Bytes of history in the destination before `out`: out - histBase.
     const uintptr_t histBase = uintptr_t(s.outStart) - uintptr_t(s.dstIdx);
     FastExit exit = FastExit::kSlow;
@@ -221,10 +241,17 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     // Loop invariant: at least 56 bits in `buf`, and `e` is the table entry
     // of the next symbol (looked up before a match is copied, so that the
     // lookup overlaps the copy).
-    if (in > inLimit || out > outLimit) return FastExit::kSlow;
+    // Iterations that stay in bounds from here: each takes at most 7 input
+    // bytes in one refill (which reads 8) and writes at most 258 bytes plus
+    // the over-copy. Counting them down frees the registers of two limits.
+    auto budget = [&]() -> size_t {
+        const ptrdiff_t inLeft = s.inEnd - in - 8, outLeft = s.outEnd - out - kFastRoom;
+        if (inLeft < 0 || outLeft < 0) return 0;
+        return std::min(size_t(inLeft) / 7, size_t(outLeft) / rfc1951::kMaxMatch + 1);
+    };
     refill();
     uint32_t e = t.first(buf);
-    while (in <= inLimit && out <= outLimit) {
+    for (size_t count; (count = budget()) != 0;) do {
         if ((e & 0xF0) == (kKindLiteral << 4)) {
             // Two literals, then a refill: 56 bits cover three 15-bit codes,
             // the third being the next symbol's lookup.
@@ -262,7 +289,7 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                     bits -= n;
                     exit = FastExit::kEnd;
                 }
-                break;
+                goto done;
             }
         }
         const uint32_t extra = kind - kKindLengthBase;
@@ -270,14 +297,16 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
         const uint32_t len = (e >> 8) + 3 + (uint32_t(afterCode) & ((1u << extra) - 1));
         uint32_t used;
         const uint32_t dist = t.dist(afterCode >> extra, used);
-        if (dist == 0 || dist > uintptr_t(out) - histBase) break;
+        // One test for both: dist 0 (no code) wraps to the largest value.
+        if (uint64_t(dist) - 1 >= uint64_t(uintptr_t(out) - histBase)) goto done;
         buf = (afterCode >> extra) >> used;
         bits -= n + extra + used;
         refill();
         e = t.first(buf);
         copy_match_fast(out, len, dist);
         out += len;
-    }
+    } while (--count);
+done:
     s.in = in;
     s.buf = buf;
     s.bits = bits;
