@@ -22,6 +22,9 @@ Nux32u crc32(Nux32u c, const Nux8u* p, size_t n) {
     return crc32_slice8(c, p, n);
 }
 
+// Carry-less multiply: the three-stream CRC32-instruction kernel with
+// multiply recombination (the build assumes the instruction itself); else
+// the CRC32 instruction with table recombination; else slicing-by-4.
 Nux32u crc32c(Nux32u c, const Nux8u* p, size_t n) {
     if (ownGetFeature(kFeaturePclmul | kFeatureVpclmul | kFeatureSse42Crc)) return crc32c_vpclmul(c, p, n);
     if (ownGetFeature(kFeaturePclmul)) return crc32c_hw_clmul(c, p, n);
