@@ -76,8 +76,11 @@ NuxStatus decode_careful(DecodeCursor& c) {
             n = size_t(oend - op);
             status = NuxStatusDstFull;
         }
-        if (H == History::kExtDict && match < c.dict_limit) copy_dict_match(op, match, n, c);
-        else copy_forward_exact(op, match, n);
+        if (H == History::kExtDict && match < c.dict_limit) {
+            if (!copy_dict_match(op, match, n, c)) return NuxStatusDataErr;
+        } else {
+            copy_forward_exact(op, match, n);
+        }
         op += n;
         if (status != NuxStatusOk) break;
     }

@@ -46,17 +46,21 @@ inline void copy_forward_exact(uint8_t* to, const uint8_t* from, size_t n) {
 
 // n bytes of a match that starts below c.dict_limit in the separate-
 // dictionary model: the part below the limit comes from the dictionary, the
-// rest continues with the destination buffer from the limit on.
-inline void copy_dict_match(uint8_t* op, const uint8_t* match, size_t n, const DecodeCursor& c) {
+// rest continues with the destination buffer from the limit on. False when
+// that continuation would read bytes not decoded yet (only possible when the
+// output starts inside the dictionary's range, dstIdx < dictSize).
+inline bool copy_dict_match(uint8_t* op, const uint8_t* match, size_t n, const DecodeCursor& c) {
     const size_t in_dict = size_t(c.dict_limit - match);
     const uint8_t* d = c.dict + (match - c.low);
     const size_t head = n < in_dict ? n : in_dict;
+    if (n > head && c.dict_limit > op + head) return false;
     // The dictionary is the caller's buffer; if it overlaps the output the
     // copy is done byte by byte, front to back.
     if (d + head <= op || op + head <= d) std::memcpy(op, d, head);
     else
         for (size_t i = 0; i < head; ++i) op[i] = d[i];
     if (n > head) copy_forward_exact(op + head, c.dict_limit, n - head);
+    return true;
 }
 
 }  // namespace nux::lz4

@@ -142,11 +142,12 @@ void decode_fast(DecodeCursor& c) {
                 } while (b == 255);
             }
             len += kMinMatch;
-            if (len > size_t(olimit - op)) goto leave;
+            // Short literals may already have taken op past olimit.
+            if (ptrdiff_t(len) > olimit - op) goto leave;
 
             if constexpr (H == History::kExtDict) {
                 if (match < c.dict_limit) {
-                    copy_dict_match(op, match, len, c);
+                    if (!copy_dict_match(op, match, len, c)) goto leave;
                     op += len;
                     continue;
                 }

@@ -196,12 +196,15 @@ EncodeResult encode_block(const EncodeJob& job) {
             if constexpr (Limited) {
                 // Token, literals and their length bytes (one per 128,
                 // generously) must end 8 bytes before the capacity, and the
-                // whole sequence must leave room for the closing token.
+                // whole sequence must leave room for a closing run of at
+                // least 5 literals (the source always has them: no match
+                // reaches into its last 5 bytes). Decoders rely on a block
+                // never ending within 8 bytes of a sequence's literals.
                 const size_t avail = size_t(oend - op);
                 if (avail < 8 || lit + lit / 128 + 2 > avail - 8) goto last;
                 const size_t need = 1 + lit + (lit >= 15 ? detail::extension_bytes(lit - 15) : 0) + 2 +
                                     (len - kMinMatch >= 15 ? detail::extension_bytes(len - kMinMatch - 15) : 0);
-                if (need >= avail) goto last;
+                if (need + 1 + kLastLiterals > avail) goto last;
             }
             uint8_t* const token = op++;
             if (lit >= 15) {

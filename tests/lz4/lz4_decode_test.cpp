@@ -265,14 +265,29 @@ TEST(Lz4Decode, FastAndCarefulLoopsAgree) {
     }
 }
 
-TEST(Lz4Decode, NoAccessOutsideBuffersAtAnyCapacity) {
-    const Bytes data = nuxtest::compressible_bytes(3000, 9);
+// Long matches separated by a few literals: the fast loop then reaches its
+// destination margin with a sequence whose literals pass it.
+Bytes long_matches(size_t n) {
+    const Bytes noise = nuxtest::random_bytes(n, 10);
+    Bytes data;
+    for (size_t i = 0; data.size() < n; ++i) {
+        data.insert(data.end(), noise.begin() + std::ptrdiff_t(i * 7 % 900), noise.begin() + std::ptrdiff_t(i * 7 % 900 + 3 + i % 11));
+        if (data.size() > 200) data.insert(data.end(), data.end() - 200, data.end() - 200 + std::ptrdiff_t(40 + i * 13 % 150));
+    }
+    data.resize(n);
+    return data;
+}
+
+class Lz4DecodeBounds : public ::testing::TestWithParam<int> {};
+
+TEST_P(Lz4DecodeBounds, NoAccessOutsideBuffersAtAnyCapacity) {
+    const Bytes data = GetParam() == 0 ? nuxtest::compressible_bytes(3000, 9) : long_matches(3000);
     Bytes block(size_t(LZ4_compressBound(int(data.size()))));
     block.resize(size_t(LZ4_compress_default(reinterpret_cast<const char*>(data.data()), reinterpret_cast<char*>(block.data()),
                                              int(data.size()), int(block.size()))));
     nuxtest::GuardedBuffer src(block.size());
     std::memcpy(src.data(), block.data(), block.size());
-    for (int cap = 1; cap <= int(data.size()); cap += (cap < 100 || cap > 2900 ? 1 : 37)) {
+    for (int cap = 1; cap <= int(data.size()); cap += (cap < 100 || cap > 2900 ? 1 : 7)) {
         nuxtest::GuardedBuffer dst{size_t(cap)};
         int len = cap;
         const NuxStatus st = nuxsDecodeLZ4_8u(src.data(), int(block.size()), dst.data(), &len);
@@ -295,6 +310,8 @@ TEST(Lz4Decode, NoAccessOutsideBuffersAtAnyCapacity) {
         ASSERT_EQ(0, std::memcmp(dst.data(), data.data(), size_t(len)));
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(TextAndLongMatches, Lz4DecodeBounds, ::testing::Values(0, 1));
 
 TEST(Lz4Decode, PeerDictionaryBlocksDecodeThroughPrefixAndSeparateForms) {
     const Bytes all = nuxtest::compressible_bytes(200000, 21);
