@@ -139,9 +139,24 @@ std::string size_name(size_t n) {
     return n >= (1u << 20) ? std::to_string(n >> 20) + " MiB" : std::to_string(n >> 10) + " KiB";
 }
 
+}  // namespace
+
 // A routine that returns with the upper halves of the YMM registers dirty,
-// as a library built without VZEROUPPER would: the contrast row.
-void dirty_upper_state() { __asm__ volatile("vpcmpeqd %%ymm15, %%ymm15, %%ymm15" ::: "xmm15"); }
+// as a library built without VZEROUPPER would: the contrast row. Written in
+// assembly because the compiler would add a VZEROUPPER to a C++ function.
+extern "C" void nuxbench_dirty_upper_state();
+__asm__(
+    ".text\n"
+    ".p2align 4\n"
+    ".type nuxbench_dirty_upper_state, @function\n"
+    "nuxbench_dirty_upper_state:\n"
+    "    vpcmpeqd %ymm15, %ymm15, %ymm15\n"
+    "    ret\n"
+    ".size nuxbench_dirty_upper_state, .-nuxbench_dirty_upper_state\n");
+
+namespace {
+
+void dirty_upper_state() { nuxbench_dirty_upper_state(); }
 
 }  // namespace
 
