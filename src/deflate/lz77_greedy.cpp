@@ -86,14 +86,16 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist)
         const int limit = int(std::min<int64_t>(max_len, sp.n - i));
         int best = 3, best_dist = 0, budget = depth;
         bool shortened = false;
+        uint32_t tail = load32(cur);  // the bytes a longer match must repeat at its end
         // A candidate is usable while its distance is 1..winSize-1.
         while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
-            if (hist.word(cand, best - 3) == load32(cur + best - 3)) {
+            if (hist.word(cand, best - 3) == tail) {
                 const int len = hist.match(cur, cand, limit);
                 if (len > best) {
                     best = len;
                     best_dist = p - cand;
                     if (best >= enough || best >= limit) break;
+                    tail = load32(cur + best - 3);
                     if (!shortened && best >= shorten) {
                         budget >>= 2;
                         shortened = true;
@@ -124,9 +126,9 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist)
         i += best;
     }
     if (c.flush >= 2 && i >= sp.code_end) {
-        const int64_t tail = i;
+        const int64_t tail_start = i;
         while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
-        clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
+        clear_tail_links(c, pos0 + int32_t(tail_start), pos0 + int32_t(i), pos0);
     }
     finish_call(c, i, sym.count);
     return NuxStatusOk;

@@ -46,13 +46,15 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
         int best = start, best_dist = 0;
         if (prev_len < no_search && start < limit) {
             int budget = prev_len >= shorten ? depth >> 2 : depth;
+            uint32_t tail = load32(cur + best - 3);  // the bytes a longer match must repeat at its end
             while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
-                if (hist.word(cand, best - 3) == load32(cur + best - 3)) {
+                if (hist.word(cand, best - 3) == tail) {
                     const int len = hist.match(cur, cand, limit);
                     if (len > best) {
                         best = len;
                         best_dist = p - cand;
                         if (best >= enough || best >= limit) break;
+                        tail = load32(cur + best - 3);
                     }
                 }
                 cand = chain[uint32_t(cand) & wmask];
@@ -83,9 +85,9 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
         }
     }
     if (c.flush >= 2 && i >= sp.code_end) {
-        const int64_t tail = i;
+        const int64_t tail_start = i;
         while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
-        clear_tail_links(c, pos0 + int32_t(tail), pos0 + int32_t(i), pos0);
+        clear_tail_links(c, pos0 + int32_t(tail_start), pos0 + int32_t(i), pos0);
     }
     finish_call(c, i, sym.count);
     return NuxStatusOk;
