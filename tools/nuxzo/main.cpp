@@ -56,13 +56,13 @@ size_t Input::peek(uint8_t* buf, size_t n) {
         lookahead_.insert(lookahead_.end(), tmp, tmp + r);
     }
     const size_t got = std::min(n, lookahead_.size());
-    std::memcpy(buf, lookahead_.data(), got);
+    std::copy_n(lookahead_.begin(), got, buf);
     return got;
 }
 
 size_t Input::read(uint8_t* buf, size_t n) {
     size_t got = std::min(n, lookahead_.size());
-    std::memcpy(buf, lookahead_.data(), got);
+    std::copy_n(lookahead_.begin(), got, buf);
     lookahead_.erase(lookahead_.begin(), lookahead_.begin() + std::ptrdiff_t(got));
     while (got < n) {
         const size_t r = std::fread(buf + got, 1, n - got, f_);
