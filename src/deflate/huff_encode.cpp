@@ -97,7 +97,14 @@ uint8_t* code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter
     for (Nux32u k = 0; k < count; ++k) {
         const unsigned b = lit[k], d = dist[k];
         if (d == 0) {
-            w.put(ll[b].code, ll[b].len);
+            // Two literals in a row (at most 30 bits) go in as one field.
+            if (k + 1 < count && dist[k + 1] == 0) {
+                const NuxDeflateCode &x = ll[b], &y = ll[lit[k + 1]];
+                w.put(uint64_t(x.code) | uint64_t(y.code) << x.len, unsigned(x.len) + y.len);
+                ++k;
+            } else {
+                w.put(ll[b].code, ll[b].len);
+            }
             continue;
         }
         w.put(len_tab[b].value, len_tab[b].bits);
