@@ -105,8 +105,9 @@ struct NoSide {
 };
 
 template <bool Reflected, Nux32u Poly, typename Side = NoSide>
-NUX_TARGET_VPCLMUL __attribute__((always_inline)) inline Folded fold_wide(Nux32u c, const Nux8u* p, size_t n, Side* side_state = nullptr,
-                                    size_t side_rounds = 0) {
+NUX_TARGET_VPCLMUL __attribute__((always_inline)) inline Folded fold_wide(Nux32u c, const Nux8u* p, size_t n,
+                                                                         Side* side_state = nullptr,
+                                                                         size_t side_rounds = 0) {
     Side side = side_state ? *side_state : Side();
     const __m512i rev = _mm512_broadcast_i32x4(
         _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
