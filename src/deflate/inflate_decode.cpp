@@ -75,16 +75,20 @@ struct GeneralTables {
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
         const uint16_t* d = lit + kGeneralDistOffset / 2;
         uint32_t e = d[uint32_t(bits) & (kRootEntries - 1)];
-        if (e & kDistFinished) {
-            used = e & 15;
-            return (e >> 4) & 0x7FF;
-        }
-        if (e & kDistSubTable)
+        if ((e & (kDistFinished | kDistSubTable)) == kDistSubTable)
             e = d[kRootEntries + ((e >> 4) & 0x3FF) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
-        const uint32_t n = e & 15, extra = (e >> 4) & 15;
+        // Finished and symbol entries alike without a branch (which of the
+        // two a distance hits is as good as random): a finished entry has no
+        // extra bits left and its distance as the base.
+        // Masks rather than conditions, so that the compiler keeps it free
+        // of branches.
+        const uint32_t n = e & 15;
+        const uint32_t finished = 0u - (e >> 15);  // all ones for a finished entry
+        const uint32_t extra = (e >> 4) & 15 & ~finished;
+        const uint32_t base = (((e >> 4) & 0x7FF) & finished) | (((((e >> 8) & 3) << extra) + 1) & ~finished);
         used = n + extra;
-        if (n == 0) return 0;
-        return ((((e >> 8) & 3) << extra) | (uint32_t(bits >> n) & ((1u << extra) - 1))) + 1;
+        // n == 0: no code here; the distance comes out as 0.
+        return (base + (uint32_t(bits >> n) & ((1u << extra) - 1))) & (0u - (n != 0));
     }
 };
 
