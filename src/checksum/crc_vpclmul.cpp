@@ -139,18 +139,25 @@ NUX_TARGET_VPCLMUL __attribute__((always_inline)) inline Folded fold_wide(Nux32u
     __m512i z2 = load(q + 128), z3 = load(q + 192);
     q += 256;
     const __m512i k2048 = wide_consts<Reflected, Poly>();
-    for (; rem >= 256; rem -= 256, q += 256) {
+    const auto round = [&](const Nux8u* at) NUX_TARGET_VPCLMUL {
         if constexpr (!std::is_same_v<Side, NoSide>) {
             if (side_rounds) {
                 side();
                 --side_rounds;
             }
         }
-        z0 = fold512(z0, k2048, load(q));
-        z1 = fold512(z1, k2048, load(q + 64));
-        z2 = fold512(z2, k2048, load(q + 128));
-        z3 = fold512(z3, k2048, load(q + 192));
+        z0 = fold512(z0, k2048, load(at));
+        z1 = fold512(z1, k2048, load(at + 64));
+        z2 = fold512(z2, k2048, load(at + 128));
+        z3 = fold512(z3, k2048, load(at + 192));
+    };
+    for (; rem >= 1024; rem -= 1024, q += 1024) {  // four rounds per branch
+        round(q);
+        round(q + 256);
+        round(q + 512);
+        round(q + 768);
     }
+    for (; rem >= 256; rem -= 256, q += 256) round(q);
     // The four registers and the 0..3 whole blocks left are folded onto the
     // last lane in one step: lane l of a block d blocks before the last one
     // moves d * 512 + (3 - l) * 128 bits. All multiplies are independent.
