@@ -10,6 +10,7 @@
 // reaches into the last 5 bytes, so every block closes with a literal run.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 
 #include "lz4/encode.h"
@@ -173,9 +174,25 @@ EncodeResult encode_block(const EncodeJob& job) {
         found : {
             // Grow the match backwards over pending literals, then forwards.
             const uint8_t* const ref_low = (M == Source::kExtDict && in_dict) ? dict : hist_low;
-            while (ip > anchor && ref > ref_low && ip[-1] == ref[-1]) {
-                --ip;
-                --ref;
+            {
+                // Eight bytes at a time: the bytes just before ip are the
+                // most significant ones of the word ending there.
+                const size_t room = std::min(size_t(ip - anchor), size_t(ref - ref_low));
+                size_t back = 0;
+                for (;;) {
+                    if (back + 8 > room) {
+                        while (back < room && ip[-1 - ptrdiff_t(back)] == ref[-1 - ptrdiff_t(back)]) ++back;
+                        break;
+                    }
+                    const uint64_t x = load64(ip - back - 8) ^ load64(ref - back - 8);
+                    if (x) {
+                        back += size_t(__builtin_clzll(x) >> 3);
+                        break;
+                    }
+                    back += 8;
+                }
+                ip -= back;
+                ref -= back;
             }
             size_t len;
             size_t offset;
@@ -240,23 +257,20 @@ EncodeResult encode_block(const EncodeJob& job) {
             }
             ip += len;
             anchor = ip;
-            if constexpr (S == Search::kFast) {
-                // The sparse probes leave few entries behind; the position
-                // two before the match end is a cheap, often useful one.
-            }
             // Phase two: after a short literal run the next 48 positions one
             // by one (counter 80..127 >> 6 == 1), then steps from 2; after a
             // long run straight to the steps.
             counter = lit <= 63 ? 80 : 128;
             shift = 6;
             // Fast schedule: the step restarts at the acceleration, except
-            // that the first group after a match probes the three positions
-            // at the match end one by one (the counter reaches 64 * accel + 4
-            // after it). A sequence very often follows its predecessor within
-            // a few bytes, and probing only every `accel`-th position there
-            // costs about 8% of size at acceleration 8.
+            // that the first group after a match probes at a quarter of it
+            // (positions 0, 1, 2 past the match end up to acceleration 4; the
+            // counter reaches 64 * accel + 4 after the group). A sequence very
+            // often follows its predecessor within a few bytes, and probing
+            // only every `accel`-th position there costs about 8% of size at
+            // acceleration 8.
             fast_counter = 64 * accel;
-            s = 1;
+            s = (accel + 3) / 4;
         }
         }
     }
