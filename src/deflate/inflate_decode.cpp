@@ -373,7 +373,7 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
         }
 
         // One symbol, exactly.
-        while (s.bits <= 56 && s.in < s.inEnd) {
+        while (s.bits < 56 && s.in < s.inEnd) {
             s.buf |= uint64_t(*s.in++) << s.bits;
             s.bits += 8;
         }
@@ -427,7 +427,7 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
 
 need_input:
     // Only reached with the input used up: the refill above stops early only
-    // once more than 56 bits (more than any symbol needs) are held.
+    // once 56 bits (more than any symbol needs) are held; so at most 63.
     s.in = snapIn;
     s.buf = snapBuf;
     s.bits = snapBits;
