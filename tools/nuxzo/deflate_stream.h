@@ -155,7 +155,9 @@ class RawWriter {
 
     static constexpr uint32_t kWindow = 32768, kHashSize = 65536;
     static constexpr size_t kChunk = 1 << 20;       // input bytes buffered beyond the history
-    static constexpr uint32_t kBlockSymbols = 32767;  // keeps every 16-bit count from overflowing
+    // Symbols per block: small enough to follow changing statistics and to
+    // keep every 16-bit count from overflowing.
+    static constexpr uint32_t kBlockSymbols = 16383;
 
     RawWriter(int level, Sink sink, const uint8_t* dict = nullptr, size_t dict_len = 0)
         : level_(uint32_t(level)), sink_(std::move(sink)), buf_(kWindow + kChunk), head_(kHashSize, -32768),
