@@ -133,6 +133,17 @@ void decode_fast(DecodeCursor& c) {
             if (size_t(op - low) < off) goto leave;
             const uint8_t* const match = op - off;
             size_t len = token & 15;
+            // The common case: a short match from at least 16 bytes back.
+            // Two 16-byte moves cover its at most 18 bytes; they end at most
+            // 46 bytes past olimit (op may stand 14 past it after short
+            // literals), inside the margin, and the loop test then hands the
+            // next sequence to the careful loop.
+            if (len != 15 && off >= 16 && (H != History::kExtDict || match >= c.dict_limit)) {
+                copy16(op, match);
+                copy16(op + 16, match + 16);
+                op += len + kMinMatch;
+                continue;
+            }
             if (len == 15) {
                 unsigned b;
                 do {

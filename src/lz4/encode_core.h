@@ -90,7 +90,10 @@ EncodeResult encode_block(const EncodeJob& job) {
 
         // One probe at p: returns the candidate's address or null.
         auto probe = [&](const uint8_t* p) -> const uint8_t* {
-            const uint32_t h = hash5(p, kMask);
+            // One 8-byte load serves the hash and the comparison.
+            const uint64_t v = load64(p);
+            const uint32_t word = uint32_t(v);
+            const uint32_t h = _mm_crc32_u32(uint32_t(v >> 32) & 0xFF, word) & kMask;
             const uint32_t cur = uint32_t(p - base);
             const uint32_t cand = uint32_t(table[h]);
             table[h] = Entry(cur);
@@ -100,7 +103,7 @@ EncodeResult encode_block(const EncodeJob& job) {
                 if (cand < src_idx) {
                     if (cand + 4 > dict_end) return nullptr;
                     r = dict + cand;
-                    if (load32(r) != load32(p)) return nullptr;
+                    if (load32(r) != word) return nullptr;
                     in_dict = true;
                     return r;
                 }
@@ -110,7 +113,7 @@ EncodeResult encode_block(const EncodeJob& job) {
                 in_dict = false;
             }
             r = base + cand;
-            return load32(r) == load32(p) ? r : nullptr;
+            return load32(r) == word ? r : nullptr;
         };
 
         // Default schedule, phase one: step max(1, counter >> shift) with the
@@ -136,14 +139,26 @@ EncodeResult encode_block(const EncodeJob& job) {
 
         for (;;) {
             if constexpr (S == Search::kDefault) {
+                // While counter >> shift is 0 or 1 the step is 1: three
+                // probes per pass.
+                while (counter + 3 <= (2u << shift) && search_end - ip >= 3) {
+                    if ((ref = probe(ip))) goto found;
+                    if ((ref = probe(ip + 1))) {
+                        ip += 1;
+                        goto found;
+                    }
+                    if ((ref = probe(ip + 2))) {
+                        ip += 2;
+                        goto found;
+                    }
+                    ip += 3;
+                    counter += 3;
+                }
                 for (;;) {
                     if (ip >= search_end) goto last;
-                    ref = probe(ip);
-                    if (ref) goto found;
-                    uint32_t step = counter >> shift;
-                    step += step == 0;
-                    ++counter;
-                    ip += step;
+                    if ((ref = probe(ip))) goto found;
+                    const uint32_t step = counter++ >> shift;
+                    ip += step + (step == 0);
                 }
             } else {
                 for (;;) {
