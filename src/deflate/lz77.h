@@ -149,11 +149,6 @@ struct ContiguousHistory {
     int match(const uint8_t* cur, int32_t cand, int limit) const { return common_prefix(cur, at(cand), limit); }
 };
 
-// Hints the cache about the head entry that the next position will read.
-inline void prefetch_head(const int32_t* head, const uint8_t* next, uint32_t mask) {
-    __builtin_prefetch(head + crc_hash(next, mask));
-}
-
 // Stores symbols and counts them. The array pointers are copied out of the
 // call record into restrict-qualified members: the symbol bytes are char
 // stores, which may alias anything, and would otherwise force a reload of
