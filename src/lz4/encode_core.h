@@ -123,7 +123,8 @@ EncodeResult encode_block(const EncodeJob& job) {
         unsigned shift = (M == Source::kPlain && sizeof(Entry) == 2) ? 4 : 6;
         // Fast schedule: step s = counter / 64, counter += 4 per group of three.
         const size_t accel = size_t(job.accel);
-        size_t fast_counter = 64 * accel + 4;
+        const size_t restart_counter = 64 * accel, restart_step = (accel + 3) / 4;
+        size_t fast_counter = restart_counter + 4;
         size_t s = accel;
 
         if constexpr (S == Search::kFast) {
@@ -284,8 +285,8 @@ EncodeResult encode_block(const EncodeJob& job) {
             // often follows its predecessor within a few bytes, and probing
             // only every `accel`-th position there costs about 8% of size at
             // acceleration 8.
-            fast_counter = 64 * accel;
-            s = (accel + 3) / 4;
+            fast_counter = restart_counter;
+            s = restart_step;
         }
         }
     }
