@@ -49,7 +49,10 @@ extern "C" NUX_API NuxStatus nuxsDecodeLZ4Dict_8u(const Nux8u* pSrc, int* pSrcLe
         NUX_CHECK_PTRS(pSrc, pSrcLen, pDst, pDstLen);
         NUX_CHECK_SIZE(*pSrcLen >= 1);
         NUX_CHECK_SIZE(*pDstLen >= 1);
-        return run<History::kPrefix>(pSrc, *pSrcLen, out, pDstLen, pDict, nullptr, nullptr, pSrcLen);
+        // (A negative size here would put the history start after the
+        // output start; then the output alone is history.)
+        return run<History::kPrefix>(pSrc, *pSrcLen, out, pDstLen, dictSize > 0 ? pDict : out, nullptr, nullptr,
+                                     pSrcLen);
     }
     NUX_CHECK_PTRS(pSrc, pSrcLen, pDst, pDstLen);
     NUX_CHECK_SIZE(*pSrcLen >= 1);

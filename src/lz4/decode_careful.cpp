@@ -58,7 +58,7 @@ NuxStatus decode_careful(DecodeCursor& c) {
 
         const size_t off = load16(ip);
         ip += 2;
-        if (size_t(op - c.low) < off) return NuxStatusDataErr;
+        if (op - c.low < ptrdiff_t(off)) return NuxStatusDataErr;
         const uint8_t* const match = op - off;
         uint64_t len = token & 15;
         if (len == 15) {

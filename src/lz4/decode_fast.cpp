@@ -130,7 +130,7 @@ void decode_fast(DecodeCursor& c) {
             ip += 2;
             // The match start op - off, compared without forming a pointer
             // in front of the buffer.
-            if (size_t(op - low) < off) goto leave;
+            if (op - low < ptrdiff_t(off)) goto leave;
             const uint8_t* const match = op - off;
             size_t len = token & 15;
             // The common case: a short match from at least 16 bytes back.
