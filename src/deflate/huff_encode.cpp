@@ -55,8 +55,10 @@ struct BitWriter {
 
 // Below 2048 symbols: a 32-bit accumulator, each code and extra-bit field
 // inserted on its own.
-uint8_t* code_short(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint32_t>& w,
-                    const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
+// The writer travels by value: as a local its accumulator stays in registers,
+// where the byte stores through its output pointer cannot alias it.
+BitWriter<uint32_t> code_short(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint32_t> w,
+                               const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
     for (Nux32u k = 0; k < count; ++k) {
         const unsigned b = lit[k], d = dist[k];
         if (d == 0) {
@@ -70,7 +72,7 @@ uint8_t* code_short(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWrite
         w.put(dc[c].code, dc[c].len);
         if (kDistExtra[c]) w.put(d - kDistBase[c], kDistExtra[c]);
     }
-    return w.dst;
+    return w;
 }
 
 struct Merged {
@@ -81,8 +83,8 @@ struct Merged {
 // From 2048 symbols the cost of building two merged tables pays off: every
 // length, and every distance up to 256, is one look-up of its code already
 // joined with its extra bits (at most 15 + 5 and 15 + 7 bits).
-uint8_t* code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint64_t>& w,
-                   const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
+BitWriter<uint64_t> code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint64_t> w,
+                              const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
     Merged len_tab[256], dist_tab[256];
     for (unsigned b = 0; b < 256; ++b) {
         const unsigned lc = kLengthCode[b];
@@ -123,7 +125,7 @@ uint8_t* code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter
         w.acc >>= 32;
         w.n -= 32;
     }
-    return w.dst;
+    return w;
 }
 
 }  // namespace
@@ -136,13 +138,13 @@ void huff_encode(const Nux8u* pLitLen, const Nux16u* pDist, Nux32u symCount, Nux
     uint32_t rest;
     unsigned rest_bits;
     if (symCount < 2048) {
-        BitWriter<uint32_t> w{*pBitBuf, *pBitCount, start};
-        code_short(pLitLen, pDist, symCount, w, pLitLenCodes, pDistCodes);
+        BitWriter<uint32_t> w = code_short(pLitLen, pDist, symCount, {*pBitBuf, *pBitCount, start}, pLitLenCodes,
+                                           pDistCodes);
         w.flush_bytes();
         end = w.dst, rest = w.acc, rest_bits = w.n;
     } else {
-        BitWriter<uint64_t> w{*pBitBuf, *pBitCount, start};
-        code_long(pLitLen, pDist, symCount, w, pLitLenCodes, pDistCodes);
+        BitWriter<uint64_t> w = code_long(pLitLen, pDist, symCount, {*pBitBuf, *pBitCount, start}, pLitLenCodes,
+                                          pDistCodes);
         w.flush_bytes();
         end = w.dst, rest = uint32_t(w.acc), rest_bits = w.n;
     }
