@@ -16,7 +16,7 @@ namespace nux::deflate {
 namespace {
 
 template <typename Hist>
-NuxStatus single_probe(const Lz77Call& c, int32_t pos0, const Hist& hist) {
+NuxStatus single_probe(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize;
@@ -56,7 +56,7 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, const Hist& hist) {
 namespace {
 
 template <typename Hist>
-NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, const Hist& hist) {
+NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, Hist hist) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;

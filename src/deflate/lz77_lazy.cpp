@@ -17,7 +17,7 @@ namespace nux::deflate {
 namespace {
 
 template <typename Hist>
-NuxStatus lazy(const Lz77Call& c, int32_t pos0, const Hist& hist) {
+NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t slots = *c.pSlotsLeft;
