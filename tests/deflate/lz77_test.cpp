@@ -126,6 +126,32 @@ TEST(Lz77, ArgumentOrderAndParameterRecords) {
     EXPECT_EQ(fast(&src, kWin, &good, true), NuxStatusOk);
 }
 
+// Each level behaves exactly like its row given to the finder of its class
+// (units digit 5..9 lazy, else greedy).
+TEST(Lz77, LevelsAreTheirRows) {
+    const NuxDeflateMatchParams rows[30] = {
+        {0, 0, 0, 0},       {4, 8, 8, 8},       {4, 16, 16, 9},     {4, 16, 16, 12},     {48, 32, 32, 16},
+        {32, 8, 32, 16},    {128, 8, 256, 16},  {144, 8, 256, 16},  {192, 32, 258, 128}, {256, 32, 258, 258},
+        {0, 0, 0, 0},       {3, 7, 8, 258},     {3, 8, 16, 258},    {5, 8, 16, 258},     {16, 32, 32, 258},
+        {24, 6, 32, 16},    {120, 7, 256, 16},  {140, 7, 256, 16},  {192, 32, 258, 128}, {512, 32, 258, 258},
+        {0, 0, 0, 0},       {4, 8, 8, 258},     {4, 16, 16, 258},   {4, 16, 16, 258},    {16, 32, 32, 258},
+        {32, 8, 32, 16},    {128, 8, 256, 16},  {144, 8, 256, 16},  {192, 32, 258, 128}, {512, 32, 258, 258}};
+    const Bytes text = nuxtest::compressible_bytes(60000, 13);
+    for (int level = 0; level < 30; ++level) {
+        Parser a, b;
+        const Nux8u *sa = text.data(), *sb = text.data();
+        Nux32u la = Nux32u(text.size()), lb = la, slots_b = 65536;
+        const int na = a.call(sa, la, text.data(), 65536, level, 2);
+        auto finder = level % 10 >= 5 ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u;
+        ASSERT_EQ(finder(&sb, &lb, &b.pos, text.data(), kWin, b.head.data(), b.chain.data(), kHash, b.lit_freq,
+                         b.dist_freq, b.lit.data(), b.dist.data(), &slots_b, &rows[level], 2),
+                  NuxStatusOk);
+        ASSERT_EQ(na, int(65536 - slots_b)) << level;
+        EXPECT_TRUE(std::equal(a.dist.begin(), a.dist.begin() + na, b.dist.begin())) << level;
+        EXPECT_TRUE(std::equal(a.lit.begin(), a.lit.begin() + na, b.lit.begin())) << level;
+    }
+}
+
 // Random bytes give no matches, so consumption shows the lookahead rule.
 TEST(Lz77, LookaheadAndFlush) {
     for (int level : {0, 1, 6, 10, 19}) {
