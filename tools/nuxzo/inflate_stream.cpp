@@ -244,10 +244,9 @@ struct Reader::Impl {
             while (repeat--) lens[i++] = Nux16u(value);
         }
         if (lens[256] == 0) fail("invalid code -- missing end-of-block");
-        // Litlen lengths directly followed by the distance lengths.
-        std::vector<Nux16u> packed(lens, lens + nLitLen);
-        packed.insert(packed.end(), lens + nLitLen, lens + total);
-        if (nuxsInflateBuildHuffTable(packed.data(), nLitLen, nDist, &table) != NuxStatusOk)
+        // `lens` holds the literal/length lengths directly followed by the
+        // distance lengths, as the builder takes them.
+        if (nuxsInflateBuildHuffTable(lens, nLitLen, nDist, &table) != NuxStatusOk)
             fail("invalid literal/length or distance code set");
     }
 
