@@ -21,24 +21,6 @@ inline Nux32u bytes_unrolled(Nux32u c, const Nux8u* p, size_t n) {
     return c;
 }
 
-inline Nux64u load64(const Nux8u* p) {
-    Nux64u w;
-    std::memcpy(&w, p, 8);
-    return w;
-}
-
-// Zero-valued bytes of a 16-byte mask below position a, 0xFF from a on.
-alignas(16) constexpr Nux8u kHeadMask[32] = {0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-                                             0,    0,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                             0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
-// The aligned block holding p[0]. Its bytes before p belong to the caller's
-// memory but not to the message; they are read (never in another page) and
-// masked off, so no sanitizer should flag the read.
-__attribute__((no_sanitize_address)) __m128i load_first_block(const Nux8u* aligned) {
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(aligned));
-}
-
 }  // namespace
 
 Nux32u crc32_slice8(Nux32u c, const Nux8u* p, size_t n) {

@@ -13,12 +13,6 @@ namespace {
 using namespace crc;
 constexpr auto& S = kBzip2SwappedTables;
 
-inline Nux64u load64(const Nux8u* p) {
-    Nux64u w;
-    std::memcpy(&w, p, 8);
-    return w;
-}
-
 // Swapped-register byte step, and the MSB-first one on the plain register.
 inline Nux32u swapped_step(Nux32u c, Nux8u b) { return (c >> 8) ^ S[0][(c ^ b) & 0xFF]; }
 inline Nux32u msb_step(Nux32u c, Nux8u b) { return (c << 8) ^ kBzip2Table[(c >> 24) ^ b]; }
@@ -28,15 +22,6 @@ inline Nux32u msb_bytes(Nux32u c, const Nux8u* p, size_t n) {
         for (int i = 0; i < 8; ++i) c = msb_step(c, p[i]);
     for (; n; --n) c = msb_step(c, *p++);
     return c;
-}
-
-alignas(16) constexpr Nux8u kHeadMask[32] = {0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-                                             0,    0,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                             0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
-// The aligned block holding p[0]; its bytes before p are masked off.
-__attribute__((no_sanitize_address)) __m128i load_first_block(const Nux8u* aligned) {
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(aligned));
 }
 
 }  // namespace

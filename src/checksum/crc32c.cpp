@@ -21,18 +21,6 @@ namespace {
 using namespace crc;
 constexpr auto& T = kCrc32cTables;
 
-inline Nux64u load64(const Nux8u* p) {
-    Nux64u w;
-    std::memcpy(&w, p, 8);
-    return w;
-}
-
-inline Nux32u load32(const Nux8u* p) {
-    Nux32u w;
-    std::memcpy(&w, p, 4);
-    return w;
-}
-
 inline Nux32u byte_step(Nux32u c, Nux8u b) { return (c >> 8) ^ T[0][(c ^ b) & 0xFF]; }
 
 inline Nux32u word_step(Nux32u c, Nux32u w) {

@@ -262,12 +262,6 @@ NUX_TARGET_VPCLMUL Nux64u shift_constant(size_t bytes, Crc0 crc0, Byte0 byte0) {
     return Reflected ? Nux64u(r) << 1 : r;
 }
 
-inline Nux64u load64(const Nux8u* p) {
-    Nux64u w;
-    std::memcpy(&w, p, 8);
-    return w;
-}
-
 // CRC-32C side stream: five 8-byte CRC32 instructions (one dependency chain
 // of 15 cycles) per 256-byte folding round; measured best of 4..6.
 struct Crc32cSide {
