@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/unaligned.h"
 #include "deflate/rfc1951.h"
 #include "nuxzo.h"
 
@@ -50,12 +51,6 @@ void update_hash(const Nux8u* pSrc, Nux32u srcPos, Nux32u srcLen, Nux32s* pHashH
 
 // Empty table entries saturate here; anything this old is out of every window.
 inline constexpr int32_t kEmptyPos = -32768;
-
-inline uint32_t load32(const uint8_t* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-}
 
 // Three-byte shift hash of the single-probe levels 0, 10 and 20.
 inline uint32_t shift_hash(const uint8_t* p, uint32_t mask) {

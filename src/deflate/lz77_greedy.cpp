@@ -77,22 +77,12 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, Hist hist) {  // 
     }
     const uint32_t slots = *c.pSlotsLeft;
     SymbolWriter sym(c);
-    int64_t i = 0, hashed = -1;
-    uint32_t next_hash = 0;
+    PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
+    int64_t i = 0;
     while (i < sp.code_end && sym.count < slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        // The hash of this position was usually computed one turn earlier,
-        // when its head entry was prefetched.
-        const uint32_t h = hashed == i ? next_hash : crc_hash(cur, hmask);
-        int32_t cand = head[h];
-        chain[uint32_t(p) & wmask] = cand;
-        head[h] = p;
-        if (i + 1 < sp.code_end) {
-            next_hash = crc_hash(cur + 1, hmask);
-            hashed = i + 1;
-            __builtin_prefetch(head + next_hash);
-        }
+        int32_t cand = inserter.insert(i, cur, p);
         const int limit = int(std::min<int64_t>(max_len, sp.n - i));
         int best = 3, best_dist = 0, budget = depth;
         bool shortened = false;

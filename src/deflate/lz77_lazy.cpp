@@ -33,24 +33,14 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
     };
 
     SymbolWriter sym(c);
-    int64_t i = 0, hashed = -1;
-    uint32_t next_hash = 0;
+    PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
+    int64_t i = 0;
     bool pending = false;
     int prev_len = 0, prev_dist = 0;
     while (i < sp.code_end && sym.count + 2 <= slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        // The hash of this position was usually computed one turn earlier,
-        // when its head entry was prefetched.
-        const uint32_t h = hashed == i ? next_hash : crc_hash(cur, hmask);
-        int32_t cand = head[h];
-        chain[uint32_t(p) & wmask] = cand;
-        head[h] = p;
-        if (i + 1 < sp.code_end) {
-            next_hash = crc_hash(cur + 1, hmask);
-            hashed = i + 1;
-            __builtin_prefetch(head + next_hash);
-        }
+        int32_t cand = inserter.insert(i, cur, p);
         const int limit = int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i));
         const int start = prev_len >= 4 ? prev_len : 3;
         int best = start, best_dist = 0;

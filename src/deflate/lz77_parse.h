@@ -33,6 +33,32 @@ inline void finish_call(const Lz77Call& c, int64_t consumed, uint32_t symbols) {
     *c.pSlotsLeft -= symbols;
 }
 
+// Inserts each searched position into the CRC-hash tables and returns the
+// previous head, the first chain candidate. The next position's hash is
+// computed at once so its head entry can be prefetched, and reused when the
+// parse moves on by one byte.
+struct PrefetchingInserter {
+    int32_t* head;
+    int32_t* chain;
+    uint32_t hmask, wmask;
+    int64_t end;  // positions at or past this offset are never searched
+    int64_t hashed = -1;
+    uint32_t next_hash = 0;
+
+    int32_t insert(int64_t i, const uint8_t* cur, int32_t p) {
+        const uint32_t h = hashed == i ? next_hash : crc_hash(cur, hmask);
+        const int32_t cand = head[h];
+        chain[uint32_t(p) & wmask] = cand;
+        head[h] = p;
+        if (i + 1 < end) {
+            next_hash = crc_hash(cur + 1, hmask);
+            hashed = i + 1;
+            __builtin_prefetch(head + next_hash);
+        }
+        return cand;
+    }
+};
+
 // The chained greedy parse; `plain` is the lazy finder's fallback walk.
 NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain);
 
