@@ -9,25 +9,12 @@
 #include <vector>
 
 #include "inflate_stream.h"
+#include "piece_source.h"
 #include "nuxzo.h"
 
 namespace {
 
 using nuxzo::inflate::Wrapper;
-
-struct PieceSource : nuxzo::inflate::Source {
-    PieceSource(const uint8_t* d, size_t n, uint32_t seed) : data(d), size(n), state(seed | 1) {}
-    size_t read(uint8_t* buf, size_t n) override {
-        state = state * 1103515245u + 12345u;
-        const size_t k = std::min({n, size - at, size_t(1 + (state >> 16) % 97)});
-        if (k) std::memcpy(buf, data + at, k);
-        at += k;
-        return k;
-    }
-    const uint8_t* data;
-    size_t size, at = 0;
-    uint32_t state;
-};
 
 // Bounds the output so that a fuzz input cannot ask for gigabytes.
 struct CappedSink : nuxzo::inflate::Sink {
@@ -93,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             std::unique_ptr<uint8_t[]> out(new uint8_t[room]);
             nuxzo::inflate::decompress_buffer(Wrapper::kRaw, in.get(), size, out.get(), room);
         } else {
-            PieceSource source(in.get(), size, seed);
+            PieceSource source(in.get(), size, seed, 97);
             CappedSink sink;
             nuxzo::inflate::Options o;
             o.outRoom = room;

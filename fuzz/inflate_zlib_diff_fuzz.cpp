@@ -10,24 +10,11 @@
 #include <vector>
 
 #include "inflate_stream.h"
+#include "piece_source.h"
 
 namespace {
 
 constexpr size_t kCap = size_t(1) << 20;
-
-struct PieceSource : nuxzo::inflate::Source {
-    PieceSource(const uint8_t* d, size_t n, uint32_t seed) : data(d), size(n), state(seed | 1) {}
-    size_t read(uint8_t* buf, size_t n) override {
-        state = state * 1103515245u + 12345u;
-        const size_t k = std::min({n, size - at, size_t(1 + (state >> 16) % 61)});
-        if (k) std::memcpy(buf, data + at, k);
-        at += k;
-        return k;
-    }
-    const uint8_t* data;
-    size_t size, at = 0;
-    uint32_t state;
-};
 
 struct VecSink : nuxzo::inflate::Sink {
     void write(const uint8_t* p, size_t n) override {
@@ -60,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t wantSize = z.total_out;
     inflateEnd(&z);
 
-    PieceSource source(data, size, seed);
+    PieceSource source(data, size, seed, 61);
     VecSink sink;
     nuxzo::inflate::Options o;
     o.outRoom = room;
