@@ -12,16 +12,10 @@
 #include <vector>
 
 #include "lz4/decode.h"
+#include "fuzz_check.h"
 #include "nuxzo.h"
 
 namespace {
-
-void check_at(bool ok, int line) {
-    if (ok) return;
-    std::fprintf(stderr, "check failed at line %d\n", line);
-    std::abort();
-}
-#define check(ok) check_at((ok), __LINE__)
 
 // Offset 0 is outside the format: liblz4 fills such a match with bytes of
 // its own choosing while we leave the destination as it was, so blocks with

@@ -9,16 +9,10 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "nuxzo.h"
 
 namespace {
-
-void check_at(bool ok, int line) {
-    if (ok) return;
-    std::fprintf(stderr, "check failed at line %d\n", line);
-    std::abort();
-}
-#define check(ok) check_at((ok), __LINE__)
 
 using Bytes = std::vector<uint8_t>;
 
