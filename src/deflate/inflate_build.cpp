@@ -109,36 +109,39 @@ void build_short(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const Cod
     }
 }
 
-// Fills one alphabet of the general layout: a 1024-entry first level followed
-// by second-level tables, one per 10-bit prefix of the longer codes, each as
-// wide as the longest code below its prefix. Returns false if the second
-// levels do not fit (impossible for the complete sets that reach here).
-template <typename Entry>
-bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, uint16_t* t, size_t capacity,
-                            bool distance, Entry entry) {
+// Fills one alphabet of the general layout: a first level of 2^kRoot
+// entries followed by second-level tables, one per kRoot-bit prefix of the
+// longer codes, each as wide as the longest code below its prefix. `ref`
+// makes the reference entry of a second-level table, `root` fills the first
+// level for a short code, `leaf` makes the entry of a long code. Returns false
+// if the second levels do not fit (impossible for the complete sets that
+// reach here, see the capacities in inflate_tables.h).
+template <unsigned kRoot, typename T, typename Ref, typename Root, typename Leaf>
+bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, T* t, size_t capacity, Ref ref,
+                            Root root, Leaf leaf) {
+    constexpr uint32_t kEntries = 1u << kRoot;
     uint32_t next[16];
     first_codes(set, next);
-    uint8_t subBits[kRootEntries] = {};
-    uint16_t subOffset[kRootEntries];
-    if (set.maxLen > kRootBits) {
+    uint8_t subBits[kEntries] = {};
+    uint16_t subOffset[kEntries];
+    if (set.maxLen > kRoot) {
         uint32_t probe[16];
         std::memcpy(probe, next, sizeof probe);
         for (unsigned s = 0; s < n; ++s) {
             const unsigned len = lens[s];
-            if (len <= kRootBits) {
+            if (len <= kRoot) {
                 if (len) ++probe[len];
                 continue;
             }
-            const uint32_t prefix = reversed(probe[len]++, len) & (kRootEntries - 1);
-            if (len - kRootBits > subBits[prefix]) subBits[prefix] = uint8_t(len - kRootBits);
+            const uint32_t prefix = reversed(probe[len]++, len) & (kEntries - 1);
+            if (len - kRoot > subBits[prefix]) subBits[prefix] = uint8_t(len - kRoot);
         }
-        size_t used = kRootEntries;
-        for (uint32_t p = 0; p < kRootEntries; ++p) {
+        size_t used = kEntries;
+        for (uint32_t p = 0; p < kEntries; ++p) {
             if (!subBits[p]) continue;
             if (used + (size_t(1) << subBits[p]) > capacity) return false;
-            subOffset[p] = uint16_t(used - kRootEntries);
-            t[p] = distance ? uint16_t(kDistSubTable | (subOffset[p] << 4) | subBits[p])
-                            : uint16_t((kKindSubTable << 4) | ((subOffset[p] / 2) << 8) | subBits[p]);
+            subOffset[p] = uint16_t(used - kEntries);
+            t[p] = ref(subOffset[p], subBits[p]);
             used += size_t(1) << subBits[p];
         }
     }
@@ -146,14 +149,14 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
         const unsigned len = lens[s];
         if (!len) continue;
         const uint32_t r = reversed(next[len]++, len);
-        if (len <= kRootBits) {
-            entry(t, s, len, r);
+        if (len <= kRoot) {
+            root(t, s, len, r);
         } else {
-            const uint32_t prefix = r & (kRootEntries - 1);
-            uint16_t* sub = t + kRootEntries + subOffset[prefix];
-            replicate(sub, r >> kRootBits, len - kRootBits, 1u << subBits[prefix],
-                      distance ? dist_entry(s, len)
-                               : litlen_entry(s, len, true));
+            const uint32_t prefix = r & (kEntries - 1);
+            T* sub = t + kEntries + subOffset[prefix];
+            const uint32_t subSize = 1u << subBits[prefix], step = 1u << (len - kRoot);
+            const T e = leaf(s, len);
+            for (uint32_t i = r >> kRoot; i < subSize; i += step) sub[i] = e;
         }
     }
     return true;
@@ -161,29 +164,36 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
 
 bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const CodeSet& lit, const CodeSet& dist,
                    Nux8u* area) {
-    zero_bytes(area, 6912);
+    zero_bytes(area, kTableBytes);
     uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
-    uint16_t* distTable = reinterpret_cast<uint16_t*>(area + kGeneralDistOffset);
+    uint32_t* distTable = reinterpret_cast<uint32_t*>(area + kGeneralDistOffset);
     if (lit.used == 1)  // the lone one-bit code: odd indices are no code
-        replicate(litTable, 1, 1, kRootEntries, uint16_t(1 | (kKindInvalid << 4)));
-    const bool litOk = build_general_alphabet(
-        lens, nLitLen, lit, litTable, kGeneralLitLenEntries, false,
-        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) { replicate(t, r, len, kRootEntries, litlen_entry(s, len, true)); });
+        replicate(litTable, 1, 1, kLitRootEntries, uint16_t(1 | (kKindInvalid << 4)));
+    const bool litOk = build_general_alphabet<kLitRootBits>(
+        lens, nLitLen, lit, litTable, kGeneralLitLenEntries,
+        [](uint32_t offset, uint32_t width) { return uint16_t((kKindSubTable << 4) | ((offset / 2) << 8) | width); },
+        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
+            replicate(t, r, len, kLitRootEntries, litlen_entry(s, len, true));
+        },
+        [](unsigned s, unsigned len) { return litlen_entry(s, len, true); });
     if (!litOk) return false;
     // Distance codes short enough have their extra bits folded into the first
-    // level, so that one lookup gives the finished distance.
-    return build_general_alphabet(
-        lens + nLitLen, nDist, dist, distTable, kGeneralDistEntries, true,
-        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
-            const unsigned extra = rfc1951::kDistExtra[s];
-            if (len + extra <= kRootBits) {
+    // level, one entry per extra value carrying the finished distance.
+    return build_general_alphabet<kDistRootBits>(
+        lens + nLitLen, nDist, dist, distTable, kGeneralDistEntries,
+        [](uint32_t offset, uint32_t width) { return (offset << 16) | kDistSubTable | width; },
+        [](uint32_t* t, unsigned s, unsigned len, uint32_t r) {
+            const unsigned extra = rfc1951::kDistExtra[s], total = len + extra;
+            if (total <= kDistRootBits) {
                 for (uint32_t v = 0; v < (1u << extra); ++v)
-                    replicate(t, r | (v << len), len + extra, kRootEntries,
-                              uint16_t(kDistFinished | ((rfc1951::kDistBase[s] + v) << 4) | (len + extra)));
+                    for (uint32_t i = r | (v << len); i < kDistRootEntries; i += 1u << total)
+                        t[i] = dist_entry(rfc1951::kDistBase[s] + v, total, total);
             } else {
-                replicate(t, r, len, kRootEntries, dist_entry(s, len));
+                for (uint32_t i = r; i < kDistRootEntries; i += 1u << len)
+                    t[i] = dist_entry(rfc1951::kDistBase[s], len, total);
             }
-        });
+        },
+        [](unsigned s, unsigned len) { return dist_entry(rfc1951::kDistBase[s], len, len + rfc1951::kDistExtra[s]); });
 }
 
 NuxStatus build_huff_table(const Nux16u* lens, unsigned nLitLen, unsigned nDist, NuxInflateHuffTable* table) {

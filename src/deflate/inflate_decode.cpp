@@ -64,31 +64,26 @@ struct GeneralTables {
     static constexpr bool kSubTables = true;
     // First-level entry; a second-level reference (kind 1) is resolved by
     // second(), which the fast loop calls only off its literal path.
-    NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kRootEntries - 1)]; }
+    NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kLitRootEntries - 1)]; }
     NUX_INLINE uint32_t second(uint32_t e, uint64_t bits) const {
-        return lit[kRootEntries + ((e >> 8) << 1) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
+        return lit[kLitRootEntries + ((e >> 8) << 1) +
+                   ((uint32_t(bits) >> kLitRootBits) & ((1u << (e & 15)) - 1))];
     }
     NUX_INLINE uint32_t litlen(uint64_t bits) const {
         const uint32_t e = first(bits);
         return ((e >> 4) & 15) == kKindSubTable ? second(e, bits) : e;
     }
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
-        const uint16_t* d = lit + kGeneralDistOffset / 2;
-        uint32_t e = d[uint32_t(bits) & (kRootEntries - 1)];
-        if ((e & (kDistFinished | kDistSubTable)) == kDistSubTable)
-            e = d[kRootEntries + ((e >> 4) & 0x3FF) + ((uint32_t(bits) >> kRootBits) & ((1u << (e & 15)) - 1))];
-        // Finished and symbol entries alike without a branch (which of the
-        // two a distance hits is as good as random): a finished entry has no
-        // extra bits left and its distance as the base.
-        // Masks rather than conditions, so that the compiler keeps it free
-        // of branches.
-        const uint32_t n = e & 15;
-        const uint32_t finished = 0u - (e >> 15);  // all ones for a finished entry
-        const uint32_t extra = (e >> 4) & 15 & ~finished;
-        const uint32_t base = (((e >> 4) & 0x7FF) & finished) | (((((e >> 8) & 3) << extra) + 1) & ~finished);
-        used = n + extra;
-        // n == 0: no code here; the distance comes out as 0.
-        return (base + (uint32_t(bits >> n) & ((1u << extra) - 1))) & (0u - (n != 0));
+        const uint32_t* d = reinterpret_cast<const uint32_t*>(lit + kGeneralDistOffset / 2);
+        uint32_t e = d[uint32_t(bits) & (kDistRootEntries - 1)];
+        if (e & kDistSubTable) [[unlikely]]
+            e = d[kDistRootEntries + (e >> 16) + ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
+        // One formula for folded and plain entries alike (which of the two a
+        // distance hits is as good as random): the low t bits hold the code
+        // and the extra bits, the code's n bits are shifted out.
+        const uint32_t total = e & 31, n = (e >> 8) & 15;
+        used = total;
+        return (e >> 16) + uint32_t((bits & ((uint64_t(1) << total) - 1)) >> n);
     }
 };
 

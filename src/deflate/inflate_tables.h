@@ -20,20 +20,19 @@
 // distance byte table ((extra << 4) | n, 0 = no code) at kShortDistByteOffset;
 // distance base table (16-bit) at kShortDistBaseOffset.
 //
-// General layout (kind 1): literal/length first level of 1024 entries at
-// offset 0 followed by its second-level tables; distance first level of 1024
-// entries at kGeneralDistOffset followed by its second-level tables. Distance
-// entries (16 bits):
-//   bit 15 set     finished distance: bits 0-3 code length + extra bits,
-//                  bits 4-14 the distance (the extra bits are folded in;
-//                  length + extra <= 10 implies distance <= 1280)
-//   bit 14 set     second-level reference: bits 0-3 index width, bits 4-13
+// General layout (kind 1): literal/length first level of 2048 entries (11
+// bits) at offset 0 followed by its second-level tables; distance table of
+// 32-bit entries at kGeneralDistOffset: a first level of 256 entries (8 bits)
+// followed by its second-level tables. Distance entries (32 bits):
+//   bit 15 set     second-level reference: bits 0-3 index width, bits 16-31
 //                  offset in entries after the first level
-//   otherwise      bits 0-3 code length n (0: no code here), bits 4-7 extra
-//                  bit count e, bits 8-9 the leading bits m of the symbol's
-//                  base: base = (m << e) + 1 (RFC 1951 distance codes 2k+4
-//                  and 2k+5 start at 2^(k+1) + 1 and 3 * 2^k + 1; codes 0-3
-//                  have no extra bits and m = code)
+//   otherwise      bits 0-4 t, the bits to consume (code length + extra
+//                  bits), bits 8-11 n, the code length, bits 16-31 the base.
+//                  The distance is base + ((low t bits) >> n) for every
+//                  entry: codes whose extra bits fit into the first level
+//                  have them folded in (one entry per extra value, base =
+//                  the finished distance, n = t). 0: no code here, which
+//                  decodes as distance 0.
 #pragma once
 
 #include <cstddef>
@@ -52,26 +51,29 @@ inline constexpr size_t kShortDistBaseOffset = kShortDistByteOffset + (1u << kSh
 inline constexpr size_t kTableBytes = sizeof(NuxInflateHuffTable::table);
 static_assert(kShortDistBaseOffset + (2u << kShortMaxDistBits) <= kTableBytes);
 
-inline constexpr unsigned kRootBits = 10;
-inline constexpr size_t kRootEntries = size_t(1) << kRootBits;
-inline constexpr size_t kGeneralDistOffset = 3072;
-inline constexpr size_t kGeneralLitLenEntries = kGeneralDistOffset / 2;           // 1536
-inline constexpr size_t kGeneralDistEntries = (6912 - kGeneralDistOffset) / 2;    // 1920
-static_assert(kGeneralDistOffset + 2 * kGeneralDistEntries <= kTableBytes);
+// Sizes: a complete code of 288 symbols with an 11-bit first level needs at
+// most 2342 entries in all, one of 32 symbols with an 8-bit first level at
+// most 402 (the worst cases over all complete codes of lengths <= 15). The
+// literal/length capacity also keeps every second-level offset below 512, so
+// that it fits its entry as offset / 2 in 8 bits.
+inline constexpr unsigned kLitRootBits = 11, kDistRootBits = 8;
+inline constexpr size_t kLitRootEntries = size_t(1) << kLitRootBits;
+inline constexpr size_t kDistRootEntries = size_t(1) << kDistRootBits;
+inline constexpr size_t kGeneralLitLenEntries = kLitRootEntries + 512;            // 2560
+inline constexpr size_t kGeneralDistOffset = 2 * kGeneralLitLenEntries;           // 5120
+inline constexpr size_t kGeneralDistEntries = (kTableBytes - kGeneralDistOffset) / 4;  // 512
+static_assert(kGeneralLitLenEntries >= 2342 && kGeneralDistEntries >= 402);
+static_assert(kGeneralDistOffset + 4 * kGeneralDistEntries <= kTableBytes && kGeneralDistOffset % 4 == 0);
 
-// Leading bits of the base of distance code `symbol` (see above).
-constexpr uint32_t dist_base_lead(unsigned symbol) { return symbol < 4 ? symbol : 2 | (symbol & 1); }
-
-// A distance entry without folded extra bits.
-constexpr uint16_t dist_entry(unsigned symbol, unsigned n) {
-    return uint16_t(n | (rfc1951::kDistExtra[symbol] << 4) | (dist_base_lead(symbol) << 8));
+// A distance entry: `total` bits consumed, `n` of them the code, `base`.
+constexpr uint32_t dist_entry(uint32_t base, unsigned n, unsigned total) {
+    return (base << 16) | (n << 8) | total;
 }
+inline constexpr uint32_t kDistSubTable = 0x8000;
 
 // Literal/length entry kinds (bits 4-7).
 inline constexpr uint32_t kKindLiteral = 0, kKindSubTable = 1, kKindInvalid = 2, kKindLengthBase = 8,
                           kKindEnd = 15;
-
-inline constexpr uint16_t kDistFinished = 0x8000, kDistSubTable = 0x4000;
 
 // The header words that the decoder keeps its sub-state in.
 static_assert(offsetof(NuxInflateHuffTable, kind) == 12 && offsetof(NuxInflateHuffTable, subState) == 24 &&
@@ -103,7 +105,7 @@ constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
 // 286/287 and distances 30/31 have codes but are invalid in data.
 struct FixedTables {
     uint16_t litlen[kGeneralLitLenEntries];  // the first level only is used
-    uint16_t dist[kRootEntries];             // kGeneralDistOffset bytes after litlen
+    uint32_t dist[kDistRootEntries];         // kGeneralDistOffset bytes after litlen
 };
 static_assert(offsetof(FixedTables, dist) == kGeneralDistOffset);
 
@@ -120,19 +122,20 @@ constexpr FixedTables make_fixed_tables() {
     for (unsigned s = 0; s < 288; ++s) {
         const unsigned n = unsigned(rfc1951::fixed_litlen_length(int(s)));
         const uint32_t r = reverse_bits(next[n]++, n);
-        for (uint32_t i = r; i < kRootEntries; i += 1u << n) t.litlen[i] = litlen_entry(s, n, true);
+        for (uint32_t i = r; i < kLitRootEntries; i += 1u << n) t.litlen[i] = litlen_entry(s, n, true);
     }
     for (unsigned s = 0; s < 32; ++s) {
         const unsigned n = unsigned(rfc1951::kFixedDistLength);
         const uint32_t r = reverse_bits(s, n);
         if (s >= 30) continue;  // no entry: a hole, refused by the decoder
         const unsigned extra = rfc1951::kDistExtra[s];
-        if (n + extra <= kRootBits) {
+        if (n + extra <= kDistRootBits) {
             for (uint32_t v = 0; v < (1u << extra); ++v)
-                for (uint32_t i = r | (v << n); i < kRootEntries; i += 1u << (n + extra))
-                    t.dist[i] = uint16_t(kDistFinished | ((rfc1951::kDistBase[s] + v) << 4) | (n + extra));
+                for (uint32_t i = r | (v << n); i < kDistRootEntries; i += 1u << (n + extra))
+                    t.dist[i] = dist_entry(rfc1951::kDistBase[s] + v, n + extra, n + extra);
         } else {
-            for (uint32_t i = r; i < kRootEntries; i += 1u << n) t.dist[i] = dist_entry(s, n);
+            for (uint32_t i = r; i < kDistRootEntries; i += 1u << n)
+                t.dist[i] = dist_entry(rfc1951::kDistBase[s], n, n + extra);
         }
     }
     return t;
@@ -140,6 +143,6 @@ constexpr FixedTables make_fixed_tables() {
 
 inline constexpr FixedTables kFixedTables = make_fixed_tables();
 static_assert(kFixedTables.litlen[0] == litlen_entry(256, 7, true));  // code 0000000 is symbol 256
-static_assert(kFixedTables.dist[0] == (kDistFinished | (1 << 4) | 5));
+static_assert(kFixedTables.dist[0] == dist_entry(1, 5, 5));
 
 }  // namespace nux::inflate
