@@ -90,10 +90,11 @@ EncodeResult encode_block(const EncodeJob& job) {
 
         // One probe at p: returns the candidate's address or null.
         auto probe = [&](const uint8_t* p) -> const uint8_t* {
-            // One 8-byte load serves the hash and the comparison.
-            const uint64_t v = load64(p);
-            const uint32_t word = uint32_t(v);
-            const uint32_t h = _mm_crc32_u32(uint32_t(v >> 32) & 0xFF, word) & kMask;
+            // The fifth byte comes straight from memory as the CRC's
+            // initial value (one zero-extending load; taking it out of an
+            // 8-byte word costs a copy, a shift and an extension).
+            const uint32_t word = load32(p);
+            const uint32_t h = _mm_crc32_u32(p[4], word) & kMask;
             const uint32_t cur = uint32_t(p - base);
             const uint32_t cand = uint32_t(table[h]);
             table[h] = Entry(cur);
@@ -141,25 +142,37 @@ EncodeResult encode_block(const EncodeJob& job) {
         for (;;) {
             if constexpr (S == Search::kDefault) {
                 // While counter >> shift is 0 or 1 the step is 1: three
-                // probes per pass.
-                while (counter + 3 <= (2u << shift) && search_end - ip >= 3) {
-                    if ((ref = probe(ip))) goto found;
-                    if ((ref = probe(ip + 1))) {
-                        ip += 1;
-                        goto found;
+                // probes per pass, as many whole passes as both the counter
+                // (up to 2 << shift) and the search end allow. The pass count
+                // is fixed up front so the loop tests one pointer.
+                {
+                    const ptrdiff_t by_end = search_end - ip;
+                    size_t passes = ((2u << shift) - counter) / 3;
+                    if (by_end < ptrdiff_t(3 * passes)) passes = by_end > 0 ? size_t(by_end) / 3 : 0;
+                    const uint8_t* const one_by_one_end = ip + 3 * passes;
+                    while (ip != one_by_one_end) {
+                        if ((ref = probe(ip))) goto found;
+                        if ((ref = probe(ip + 1))) {
+                            ip += 1;
+                            goto found;
+                        }
+                        if ((ref = probe(ip + 2))) {
+                            ip += 2;
+                            goto found;
+                        }
+                        ip += 3;
                     }
-                    if ((ref = probe(ip + 2))) {
-                        ip += 2;
-                        goto found;
-                    }
-                    ip += 3;
-                    counter += 3;
+                    counter += uint32_t(3 * passes);
+                    // Passes cut short by the search end leave at most two
+                    // positions, all probed at step 1 either way: raising the
+                    // counter to step 1 changes no probe and spares the
+                    // step-0 test below.
+                    if (counter < (1u << shift)) counter = 1u << shift;
                 }
                 for (;;) {
                     if (ip >= search_end) goto last;
                     if ((ref = probe(ip))) goto found;
-                    const uint32_t step = counter++ >> shift;
-                    ip += step + (step == 0);
+                    ip += counter++ >> shift;
                 }
             } else {
                 for (;;) {
