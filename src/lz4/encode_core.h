@@ -176,8 +176,10 @@ EncodeResult encode_block(const EncodeJob& job) {
                 }
             } else {
                 for (;;) {
-                    if (ip >= search_end) goto last;
-                    if (size_t(search_end - ip) <= 2 * s) {
+                    // One test for both "past the search end" and "the last
+                    // probe of the group would be": addresses compared as
+                    // integers, since ip + 2s may lie past the buffer.
+                    if (uintptr_t(ip) + 2 * s >= uintptr_t(search_end)) {
                         while (ip < search_end) {
                             if ((ref = probe(ip))) goto found;
                             if (size_t(search_end - ip) <= s) break;
@@ -203,7 +205,8 @@ EncodeResult encode_block(const EncodeJob& job) {
         found : {
             // Grow the match backwards over pending literals, then forwards.
             const uint8_t* const ref_low = (M == Source::kExtDict && in_dict) ? dict : hist_low;
-            {
+            // Most matches do not grow backwards: one byte test decides.
+            if (ip > anchor && ref > ref_low && ip[-1] == ref[-1]) {
                 // Eight bytes at a time: the bytes just before ip are the
                 // most significant ones of the word ending there.
                 const size_t room = std::min(size_t(ip - anchor), size_t(ref - ref_low));
@@ -234,7 +237,9 @@ EncodeResult encode_block(const EncodeJob& job) {
                     len += count_equal(ip + len, src, match_limit);
                 offset = size_t(src_idx) + size_t(ip - src) - size_t(ref - dict);
             } else {
-                len = kMinMatch + count_equal(ip + kMinMatch, ref + kMinMatch, match_limit);
+                // A search position lies more than 28 bytes before the end,
+                // so the first word compare needs no limit test.
+                len = kMinMatch + count_equal_far(ip + kMinMatch, ref + kMinMatch, match_limit);
                 offset = size_t(ip - ref);
             }
 

@@ -87,4 +87,11 @@ inline size_t count_equal(const uint8_t* p, const uint8_t* ref, const uint8_t* l
     return size_t(p - start);
 }
 
+// count_equal for p at least 8 bytes before limit.
+inline size_t count_equal_far(const uint8_t* p, const uint8_t* ref, const uint8_t* limit) {
+    const uint64_t x = load64(p) ^ load64(ref);
+    if (x) return size_t(__builtin_ctzll(x) >> 3);
+    return 8 + count_equal(p + 8, ref + 8, limit);
+}
+
 }  // namespace nux::lz4
