@@ -68,7 +68,7 @@ EncodeResult encode_block(const EncodeJob& job) {
     const uint8_t* const iend = src + job.len;
     const uint32_t src_idx = uint32_t(job.src_idx);
     // History position q lives at base + q for the block and a prefix.
-    const uint8_t* const base = src - job.src_idx;
+    const uint8_t* const base = M == Source::kPlain ? src : src - job.src_idx;
     const uint8_t* const hist_low = M == Source::kPrefix ? base : src;
     // Separate dictionary: positions below dict_end read dict + q. When the
     // dictionary is exactly as long as the history in front of the data,
@@ -83,7 +83,9 @@ EncodeResult encode_block(const EncodeJob& job) {
 
     if (job.len >= kSearchEndMargin + 2) {
         const uint8_t* const search_end = iend - kSearchEndMargin;
-        const uint8_t* const match_limit = iend - kLastLiterals;
+        // Derived from search_end where needed, which spares a register
+        // in the search loops.
+        auto match_limit = [search_end] { return search_end + (kSearchEndMargin - kLastLiterals); };
         const uint8_t* ip = src + 1;
         const uint8_t* ref = nullptr;
         bool in_dict = false;
@@ -123,10 +125,8 @@ EncodeResult encode_block(const EncodeJob& job) {
         uint32_t counter = 1;
         unsigned shift = (M == Source::kPlain && sizeof(Entry) == 2) ? 4 : 6;
         // Fast schedule: step s = counter / 64, counter += 4 per group of three.
-        const size_t accel = size_t(job.accel);
-        const size_t restart_counter = 64 * accel, restart_step = (accel + 3) / 4;
-        size_t fast_counter = restart_counter + 4;
-        size_t s = accel;
+        size_t fast_counter = 64 * size_t(job.accel) + 4;
+        size_t fast_step = size_t(job.accel);
 
         if constexpr (S == Search::kFast) {
             // Position 1 against position 0 finds a run of one repeated
@@ -175,6 +175,9 @@ EncodeResult encode_block(const EncodeJob& job) {
                     ip += counter++ >> shift;
                 }
             } else {
+                // Loop-local copies: the search keeps its counter and step in
+                // registers rather than sharing them with the emission code.
+                size_t counter4 = fast_counter, s = fast_step;
                 for (;;) {
                     // One test for both "past the search end" and "the last
                     // probe of the group would be": addresses compared as
@@ -197,8 +200,8 @@ EncodeResult encode_block(const EncodeJob& job) {
                         break;
                     }
                     ip += 3 * s;
-                    fast_counter += 4;
-                    s = fast_counter >> 6;
+                    counter4 += 4;
+                    s = counter4 >> 6;
                 }
             }
 
@@ -230,16 +233,16 @@ EncodeResult encode_block(const EncodeJob& job) {
             size_t offset;
             if (M == Source::kExtDict && in_dict) {
                 const uint8_t* const dict_stop = dict + dict_end;
-                const uint8_t* lim = match_limit;
+                const uint8_t* lim = match_limit();
                 if (size_t(dict_stop - ref) < size_t(lim - ip)) lim = ip + (dict_stop - ref);
                 len = kMinMatch + count_equal(ip + kMinMatch, ref + kMinMatch, lim);
-                if (dict_runs_on && ip + len == lim && lim < match_limit)
-                    len += count_equal(ip + len, src, match_limit);
+                if (dict_runs_on && ip + len == lim && lim < match_limit())
+                    len += count_equal(ip + len, src, match_limit());
                 offset = size_t(src_idx) + size_t(ip - src) - size_t(ref - dict);
             } else {
                 // A search position lies more than 28 bytes before the end,
                 // so the first word compare needs no limit test.
-                len = kMinMatch + count_equal_far(ip + kMinMatch, ref + kMinMatch, match_limit);
+                len = kMinMatch + count_equal_far(ip + kMinMatch, ref + kMinMatch, match_limit());
                 offset = size_t(ip - ref);
             }
 
@@ -303,14 +306,14 @@ EncodeResult encode_block(const EncodeJob& job) {
             // often follows its predecessor within a few bytes, and probing
             // only every `accel`-th position there costs about 8% of size at
             // acceleration 8.
-            fast_counter = restart_counter;
-            s = restart_step;
+            fast_counter = 64 * size_t(job.accel);
+            fast_step = (size_t(job.accel) + 3) / 4;
         }
         }
     }
 
 last : {
-    size_t n = size_t(iend - anchor);
+    size_t n = size_t(src + job.len - anchor);
     if constexpr (Limited) {
         const size_t fit = detail::closing_run_fit(size_t(oend - op));
         if (n > fit) n = fit;
