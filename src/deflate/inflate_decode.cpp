@@ -240,13 +240,14 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     // Loop invariant: at least 56 bits in `buf`, and `e` is the table entry
     // of the next symbol (looked up before a match is copied, so that the
     // lookup overlaps the copy).
-    // Iterations that stay in bounds from here: each takes at most 7 input
-    // bytes in one refill (which reads 8) and writes at most 258 bytes plus
-    // the over-copy. Counting them down frees the registers of two limits.
+    // Iterations that stay in bounds from here: each takes at most 14 input
+    // bytes in at most two refills (each reads 8) and writes at most 258
+    // bytes plus the over-copy. Counting them down frees the registers of
+    // two limits.
     auto budget = [&]() -> size_t {
         const ptrdiff_t inLeft = s.inEnd - in - 8, outLeft = s.outEnd - out - kFastRoom;
         if (inLeft < 0 || outLeft < 0) return 0;
-        return std::min(size_t(inLeft) / 7, size_t(outLeft) / rfc1951::kMaxMatch + 1);
+        return std::min(size_t(inLeft) / 14, size_t(outLeft) / rfc1951::kMaxMatch + 1);
     };
     refill();
     uint32_t e = t.first(buf);
@@ -291,17 +292,30 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                 goto done;
             }
         }
-        const uint32_t extra = kind - kKindLengthBase;
-        const uint64_t afterCode = buf >> n;
-        const uint32_t len = (e >> 8) + 3 + (uint32_t(afterCode) & ((1u << extra) - 1));
+        const uint32_t extra = kind - kKindLengthBase, lenBits = n + extra;
+        const uint32_t len = (e >> 8) + 3 + (uint32_t(buf >> n) & ((1u << extra) - 1));
+        // The length takes at most 20 of the 56 bits: the distance (at most
+        // 28 bits) is decoded from what is left, while a refill that does
+        // not touch those bits runs alongside.
+        uint64_t rest = buf >> lenBits;
         uint32_t used;
-        const uint32_t dist = t.dist(afterCode >> extra, used);
+        const uint32_t dist = t.dist(rest, used);
         // One test for both: dist 0 (no code) wraps to the largest value.
         if (uint64_t(dist) - 1 >= uint64_t(uintptr_t(out) - histBase)) goto done;
-        buf = (afterCode >> extra) >> used;
-        bits -= n + extra + used;
-        refill();
+        bits -= lenBits;
+        {
+            uint64_t word;
+            std::memcpy(&word, in, 8);
+            rest |= word << bits;
+            in += (63 - bits) >> 3;
+            bits |= 56;
+        }
+        // At least 28 bits remain after the distance: the next symbol's
+        // lookup needs no refill first, the refill again runs alongside it.
+        buf = rest >> used;
+        bits -= used;
         e = t.first(buf);
+        refill();
         copy_match_fast(out, len, dist);
         out += len;
     } while (--count);
