@@ -74,10 +74,14 @@ struct GeneralTables {
         return ((e >> 4) & 15) == kKindSubTable ? second(e, bits) : e;
     }
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
-        const uint32_t* d = reinterpret_cast<const uint32_t*>(lit + kGeneralDistOffset / 2);
-        uint32_t e = d[uint32_t(bits) & (kDistRootEntries - 1)];
+        // Indexed from the literal/length base with a constant offset, so that
+        // the loop needs no register of its own for the distance table.
+        const uint32_t* d = reinterpret_cast<const uint32_t*>(lit);
+        constexpr size_t kD = kGeneralDistOffset / 4;
+        uint32_t e = d[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
         if (e & kDistSubTable) [[unlikely]]
-            e = d[kDistRootEntries + (e >> 16) + ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
+            e = d[kD + kDistRootEntries + (e >> 16) +
+                  ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
         // One formula for folded and plain entries alike (which of the two a
         // distance hits is as good as random): the low t bits hold the code
         // and the extra bits, the code's n bits are shifted out.
