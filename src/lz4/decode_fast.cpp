@@ -45,29 +45,19 @@ inline void copy_short_offset(uint8_t* op, const uint8_t* match, size_t off, siz
 }
 
 // A match whose offset is at least 16, or not below its length: 16-byte
-// blocks never read a byte that this match still has to write.
+// blocks never read a byte that this match still has to write. Two blocks
+// per pass and a single loop: one exit branch to predict per match (the
+// stepped 64/16-byte tail mispredicted about twice as often). Stores may run
+// up to 31 bytes past the end, inside the destination margin.
 inline void copy_long_offset(uint8_t* op, const uint8_t* match, size_t n) {
-    copy16(op, match);
-    if (n <= 16) return;
-    copy16(op + 16, match + 16);
-    if (n <= 32) return;
     uint8_t* const end = op + n;
-    op += 32;
-    match += 32;
-    while (end - op > 64) {
+    do {
         // Each block is loaded after the previous one is stored, so an
-        // offset of 16..63 reads bytes this match has just written.
+        // offset of 16..31 reads bytes this match has just written.
         copy16(op, match);
         copy16(op + 16, match + 16);
-        copy16(op + 32, match + 32);
-        copy16(op + 48, match + 48);
-        op += 64;
-        match += 64;
-    }
-    do {
-        copy16(op, match);
-        op += 16;
-        match += 16;
+        op += 32;
+        match += 32;
     } while (op < end);
 }
 
