@@ -3,7 +3,9 @@
 // match, and matches served from the circular window.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "nuxzo.h"
@@ -169,6 +171,43 @@ TEST(InflateBuild, LayoutChoice) {
     Lens l256(256, 8);
     EXPECT_EQ(nuxsInflateBuildHuffTable(l256.data(), 256, 0, &t), NuxStatusBadStream);
     EXPECT_EQ(t.kind, 2u);
+}
+
+// A random complete code of `n` lengths (at most 15): leaves split one at a
+// time, preferring the deepest when `deep`, which piles the long codes into
+// wide second-level tables.
+Lens random_complete(std::mt19937& rng, unsigned n, bool deep) {
+    Lens l{1, 1};
+    while (l.size() < n) {
+        size_t pick = l.size();
+        for (unsigned tries = 0; tries < 64 && pick == l.size(); ++tries) {
+            const size_t i = rng() % l.size();
+            if (l[i] < 15 && (!deep || pick == l.size() || l[i] >= l[pick])) pick = i;
+        }
+        if (pick == l.size()) break;
+        if (deep)
+            for (size_t i = 0; i < l.size(); ++i)
+                if (l[i] < 15 && l[i] > l[pick] && rng() % 4 != 0) pick = i;
+        ++l[pick];
+        l.push_back(l[pick]);
+    }
+    std::shuffle(l.begin(), l.end(), rng);
+    return l;
+}
+
+TEST(InflateBuild, GeneralLayoutHoldsEveryCompleteSet) {
+    // The second-level tables of both alphabets must fit the table area for
+    // every complete set, however its long codes fall.
+    std::mt19937 rng(7);
+    NuxInflateHuffTable t{};
+    for (unsigned it = 0; it < 3000; ++it) {
+        const unsigned nLit = 257 + rng() % 32, nDist = 2 + rng() % 29;
+        Lens lit = random_complete(rng, nLit, it % 2 == 0);
+        Lens dist = random_complete(rng, nDist, it % 4 < 2);
+        if (lit.size() != nLit || dist.size() != nDist) continue;
+        if (lit[256] == 0) continue;
+        ASSERT_EQ(build(concat(lit, dist), nLit, t), NuxStatusOk) << "set " << it;
+    }
 }
 
 TEST(InflateBuild, ShortLayoutEntries) {
