@@ -100,6 +100,16 @@ EncodeResult encode_block(const EncodeJob& job) {
             const uint32_t cur = uint32_t(p - base);
             const uint32_t cand = uint32_t(table[h]);
             table[h] = Entry(cur);
+            if constexpr (M == Source::kPlain) {
+                // Distance and content decided by one branch: every entry
+                // names a position of this block at or before cur, so the
+                // candidate can be read even when it is too far back.
+                // (cur - cand) >> 16 is nonzero exactly when the candidate
+                // lies more than 65535 bytes back.
+                const uint8_t* const r = base + cand;
+                const uint32_t far = kCheckDistance ? (cur - cand) >> 16 : 0;
+                return ((load32(r) ^ word) | far) == 0 ? r : nullptr;
+            }
             if (kCheckDistance && cur - cand > uint32_t(kMaxDistance)) return nullptr;
             const uint8_t* r;
             if constexpr (M == Source::kExtDict) {
