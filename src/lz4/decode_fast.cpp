@@ -63,10 +63,8 @@ inline void copy_long_offset(uint8_t* op, const uint8_t* match, size_t n) {
 
 }  // namespace
 
-// Placed on a 64-byte boundary: the loop's speed depended by about 4% on
-// where the linker happened to put it relative to the fetch blocks.
 template <History H>
-__attribute__((aligned(64))) void decode_fast(DecodeCursor& c) {
+void decode_fast(DecodeCursor& c) {
     if (c.iend - c.ip <= kFastSrcMargin || c.oend - c.op <= kFastDstMargin) return;
     const uint8_t* ip = c.ip;
     uint8_t* op = c.op;
