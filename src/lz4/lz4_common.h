@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/unaligned.h"
 #include "nuxzo.h"
 
 namespace nux::lz4 {
@@ -28,25 +29,6 @@ constexpr int kSearchEndMargin = 28;
 constexpr int kLastLiterals = 5;
 // Size of the caller's hash table for every encoder.
 constexpr int kHashTableBytes = 16384;
-
-inline uint16_t load16(const void* p) {
-    uint16_t v;
-    std::memcpy(&v, p, 2);
-    return v;
-}
-inline uint32_t load32(const void* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-}
-inline uint64_t load64(const void* p) {
-    uint64_t v;
-    std::memcpy(&v, p, 8);
-    return v;
-}
-inline void store16(void* p, uint16_t v) { std::memcpy(p, &v, 2); }
-inline void store32(void* p, uint32_t v) { std::memcpy(p, &v, 4); }
-inline void store64(void* p, uint64_t v) { std::memcpy(p, &v, 8); }
 
 inline __m128i load128(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store128(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
