@@ -78,32 +78,15 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, Hist hist) {  // 
     const uint32_t slots = *c.pSlotsLeft;
     SymbolWriter sym(c);
     PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
+    const ChainSearch search{chain, wmask, win, shorten, enough};
     int64_t i = 0;
     while (i < sp.code_end && sym.count < slots) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         int32_t cand = inserter.insert(i, cur, p);
         const int limit = int(std::min<int64_t>(max_len, sp.n - i));
-        int best = 3, best_dist = 0, budget = depth;
-        bool shortened = false;
-        uint32_t tail = load32(cur);  // the bytes a longer match must repeat at its end
-        // A candidate is usable while its distance is 1..winSize-1.
-        while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
-            if (hist.word(cand, best - 3) == tail) {
-                const int len = hist.match(cur, cand, limit);
-                if (len > best) {
-                    best = len;
-                    best_dist = p - cand;
-                    if (best >= enough || best >= limit) break;
-                    tail = load32(cur + best - 3);
-                    if (!shortened && best >= shorten) {
-                        budget >>= 2;
-                        shortened = true;
-                    }
-                }
-            }
-            cand = chain[uint32_t(cand) & wmask];
-        }
+        int best = 3, best_dist = 0;
+        search.run(hist, cur, p, cand, depth, limit, best, best_dist);
         if (best < 4) {
             sym.literal(*cur);
             ++i;

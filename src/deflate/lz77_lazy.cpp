@@ -34,6 +34,8 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
 
     SymbolWriter sym(c);
     PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
+    // The lazy parse sets its budget per position and never cuts it mid-walk.
+    const ChainSearch search{chain, wmask, win, INT32_MAX, enough};
     int64_t i = 0;
     bool pending = false;
     int prev_len = 0, prev_dist = 0;
@@ -45,20 +47,7 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
         const int start = prev_len >= 4 ? prev_len : 3;
         int best = start, best_dist = 0;
         if (prev_len < no_search && start < limit) {
-            int budget = prev_len >= shorten ? depth >> 2 : depth;
-            uint32_t tail = load32(cur + best - 3);  // the bytes a longer match must repeat at its end
-            while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
-                if (hist.word(cand, best - 3) == tail) {
-                    const int len = hist.match(cur, cand, limit);
-                    if (len > best) {
-                        best = len;
-                        best_dist = p - cand;
-                        if (best >= enough || best >= limit) break;
-                        tail = load32(cur + best - 3);
-                    }
-                }
-                cand = chain[uint32_t(cand) & wmask];
-            }
+            search.run(hist, cur, p, cand, prev_len >= shorten ? depth >> 2 : depth, limit, best, best_dist);
         }
         if (pending && prev_len >= 4 && best == start) {
             // Nothing longer here: the held match from i - 1 goes out.

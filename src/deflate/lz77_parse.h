@@ -59,6 +59,41 @@ struct PrefetchingInserter {
     }
 };
 
+// Walks the hash chain from `cand` for a match longer than `best`, trying at
+// most `budget` candidates within the window. A candidate must first repeat
+// the four bytes at offsets best-3..best (the end of a would-be longer match),
+// which rejects most of them before any comparison loop. Once the best
+// reaches `shorten`, the remaining budget is quartered (once); at `enough`,
+// or at the input limit, the walk stops. A tie keeps the nearer candidate.
+struct ChainSearch {
+    const int32_t* chain;
+    uint32_t wmask, win;
+    int shorten, enough;
+
+    template <typename Hist>
+    __attribute__((always_inline)) void run(const Hist& hist, const uint8_t* cur, int32_t p, int32_t cand,
+                                            int budget, int limit, int& best, int& best_dist) const {
+        bool shortened = false;
+        uint32_t tail = load32(cur + best - 3);
+        while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
+            if (hist.word(cand, best - 3) == tail) {
+                const int len = hist.match(cur, cand, limit);
+                if (len > best) {
+                    best = len;
+                    best_dist = p - cand;
+                    if (best >= enough || best >= limit) break;
+                    tail = load32(cur + best - 3);
+                    if (!shortened && best >= shorten) {
+                        budget >>= 2;
+                        shortened = true;
+                    }
+                }
+            }
+            cand = chain[uint32_t(cand) & wmask];
+        }
+    }
+};
+
 // The chained greedy parse; `plain` is the lazy finder's fallback walk.
 NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain);
 
