@@ -73,13 +73,7 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
             sym.literal(src[i - 1]);
         }
     }
-    if (c.flush >= 2 && i >= sp.code_end) {
-        const int64_t tail_start = i;
-        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
-        clear_tail_links(c, pos0 + int32_t(tail_start), pos0 + int32_t(i), pos0);
-    }
-    finish_call(c, i, sym.count);
-    return NuxStatusOk;
+    return finish_chained(c, sp, pos0, i, sym, slots);
 }
 
 }  // namespace

@@ -33,6 +33,21 @@ inline void finish_call(const Lz77Call& c, int64_t consumed, uint32_t symbols) {
     *c.pSlotsLeft -= symbols;
 }
 
+// Ends a chained parse at input offset i: with flush, once every searchable
+// position is done, the last bytes go out as literals while slots last, and
+// their chain links are cleared so no later search follows a stale one.
+inline NuxStatus finish_chained(const Lz77Call& c, const Span& sp, int32_t pos0, int64_t i, SymbolWriter& sym,
+                                uint32_t slots) {
+    const uint8_t* src = *c.ppSrc;
+    if (c.flush >= 2 && i >= sp.code_end) {
+        const int64_t tail_start = i;
+        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
+        clear_tail_links(c, pos0 + int32_t(tail_start), pos0 + int32_t(i), pos0);
+    }
+    finish_call(c, i, sym.count);
+    return NuxStatusOk;
+}
+
 // Inserts each searched position into the CRC-hash tables and returns the
 // previous head, the first chain candidate. The next position's hash is
 // computed at once so its head entry can be prefetched, and reused when the
