@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -23,8 +23,6 @@ struct Kernel {
     Fn fn;
     Nux64u needs;  // feature mask, 0: always runs
 };
-
-bool sanitized() { return std::getenv("NUXZO_SANITIZED") != nullptr; }
 
 // Raw-register references.
 Nux32u ref_adler(Nux32u a, const Nux8u* p, size_t n) { return Nux32u(adler32(a, p, unsigned(n))); }
@@ -89,58 +87,36 @@ std::vector<size_t> lengths(const Family& f) {
     std::vector<size_t> out;
     for (size_t n = 0; n <= 300; ++n) out.push_back(n);
     for (size_t t : f.thresholds)
-        for (size_t d = 0; d <= 16; ++d) {
-            if (d <= 2 || d == 8 || d == 16) {
-                out.push_back(t + d);
-                if (t >= d) out.push_back(t - d);
-            }
+        for (size_t d : {0, 1, 2, 8, 16}) {
+            out.push_back(t + d);
+            if (t >= d) out.push_back(t - d);
         }
     return out;
 }
 
 class Kernels : public ::testing::TestWithParam<size_t> {};
 
-// The bit-at-a-time references of every prefix of one random buffer, so that each
-// (length, alignment) case costs one kernel call.
-std::vector<Nux32u> prefix_refs(const Family& f, const nuxtest::Bytes& src, size_t max_len) {
-    std::vector<Nux32u> refs(max_len + 1);
-    Nux32u v = f.start;
-    refs[0] = f.reference(v, src.data(), 0);
-    for (size_t n = 1; n <= max_len; ++n) {
-        v = f.reference(v, src.data() + n - 1, 1);
-        refs[n] = v;
-    }
-    return refs;
-}
+bool runs(const Kernel& k) { return !k.needs || nux::ownGetFeature(k.needs); }
 
 TEST_P(Kernels, MatchReferenceAtEveryAlignmentAndThreshold) {
     const Family& f = families()[GetParam()];
-    std::vector<size_t> ns = lengths(f);
-    size_t max_len = 0;
-    for (size_t n : ns) max_len = std::max(max_len, n);
+    const std::vector<size_t> ns = lengths(f);
+    const size_t max_len = *std::max_element(ns.begin(), ns.end());
     const nuxtest::Bytes src = nuxtest::random_bytes(max_len, 77 + GetParam());
-    std::vector<Nux32u> refs;
-    if (f.reference == ref_adler) {
-        refs.resize(max_len + 1);
-        for (size_t n : ns) refs[n] = ref_adler(f.start, src.data(), n);
-    } else {
-        refs = prefix_refs(f, src, max_len);
-    }
-    const size_t step = sanitized() ? 7 : 1;
+    // The reference of every prefix, one byte at a time, so that each
+    // (length, alignment) case costs one kernel call.
+    std::vector<Nux32u> refs{f.start};
+    for (size_t n = 1; n <= max_len; ++n) refs.push_back(f.reference(refs.back(), src.data() + n - 1, 1));
+    const size_t step = nuxtest::sanitized() ? 7 : 1;
     for (const Kernel& k : f.kernels) {
-        if (k.needs && !nux::ownGetFeature(k.needs)) {
-            std::printf("  %s/%s: skipped, processor lacks the feature\n", f.name, k.name);
-            continue;
-        }
+        if (!runs(k)) continue;
         for (size_t n : ns) {
-            // Flush against the guard page.
-            nuxtest::GuardedBuffer flush(n);
+            // Flush against the guard page, then every start alignment modulo
+            // 64 (a sample for long inputs).
+            nuxtest::GuardedBuffer flush(n), g(n + 63);
             if (n) std::memcpy(flush.data(), src.data(), n);
             ASSERT_EQ(k.fn(f.start, flush.data(), n), refs[n]) << f.name << "/" << k.name << " n=" << n;
-            // Every start alignment modulo 64 (a sample for long inputs).
-            nuxtest::GuardedBuffer g(n + 63);
-            const size_t astep = n > 8192 ? 13 * step : step;
-            for (size_t off = 0; off < 64; off += astep) {
+            for (size_t off = 0; off < 64; off += n > 8192 ? 13 * step : step) {
                 Nux8u* p = g.data() + off;
                 if (n) std::memcpy(p, src.data(), n);
                 ASSERT_EQ(k.fn(f.start, p, n), refs[n])
@@ -155,7 +131,7 @@ TEST_P(Kernels, MatchReferenceAtEveryAlignmentAndThreshold) {
 TEST_P(Kernels, RandomStartValuesAndSaturatedData) {
     const Family& f = families()[GetParam()];
     std::mt19937_64 rng(5 + GetParam());
-    const int rounds = sanitized() ? 40 : 300;
+    const int rounds = nuxtest::sanitized() ? 40 : 300;
     const nuxtest::Bytes ones(300000, 0xFF);
     for (int r = 0; r < rounds; ++r) {
         const size_t n = (r % 3 == 0) ? rng() % 300000 : rng() % 5000;
@@ -165,7 +141,7 @@ TEST_P(Kernels, RandomStartValuesAndSaturatedData) {
         if (f.reference == ref_adler) start = (start % 65521) | ((start >> 16) % 65521) << 16;
         const Nux32u want = f.reference(start, data.data() + off, n);
         for (const Kernel& k : f.kernels) {
-            if (k.needs && !nux::ownGetFeature(k.needs)) continue;
+            if (!runs(k)) continue;
             ASSERT_EQ(k.fn(start, data.data() + off, n), want) << f.name << "/" << k.name << " n=" << n;
         }
     }

@@ -4,8 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -62,6 +63,43 @@ Bytes read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw std::runtime_error("cannot read " + path);
     return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+void write_file(const std::string& path, const Bytes& data) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+}
+
+void ToolTest::SetUp() {
+    if (!std::filesystem::exists(tool)) GTEST_SKIP() << "tool not built";
+    for (const std::string& prog : needs_)
+        if (std::system((prog + " --version > /dev/null 2>&1").c_str()) != 0) GTEST_SKIP() << prog << " missing";
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    dir_ = std::filesystem::path(NUXZO_BUILD_DIR) / "tool_tests" / (std::string(info->test_suite_name()) + "." + info->name());
+    std::filesystem::remove_all(dir_);
+    std::filesystem::create_directories(dir_);
+}
+
+void ToolTest::TearDown() {
+    if (!dir_.empty() && !HasFailure()) std::filesystem::remove_all(dir_);
+}
+
+int ToolTest::run(const std::string& cmd) const {
+    return std::system(("cd '" + dir_.string() + "' && (" + cmd + ") 2> stderr.txt").c_str());
+}
+
+std::string ToolTest::output(const std::string& cmd, int* status) const {
+    FILE* p = popen(("cd '" + dir_.string() + "' && (" + cmd + ") 2> stderr.txt").c_str(), "r");
+    std::string out;
+    char buf[4096];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    const int rc = pclose(p);
+    if (status) *status = rc;
+    return out;
+}
+
+std::string ToolTest::err() const {
+    const Bytes e = read_file(path("stderr.txt"));
+    return std::string(e.begin(), e.end());
 }
 
 const std::vector<CorpusFile>& corpus() {

@@ -2,8 +2,13 @@
 // the Silesia corpus, and the clean-upper-state check for AVX code.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -55,5 +60,35 @@ bool leaves_upper_state_clean(F&& f) {
 }
 
 Bytes read_file(const std::string& path);
+void write_file(const std::string& path, const Bytes& data);
+// The first n bytes of b (all of b when shorter).
+inline Bytes head(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + std::ptrdiff_t(std::min(n, b.size()))); }
+// Set in the sanitizer builds of CI: tests shrink their corpus work there.
+inline bool sanitized() { return std::getenv("NUXZO_SANITIZED") != nullptr; }
+
+// Base of the tests that drive the built nuxzo tool: skips when the tool or
+// one of the `needs` programs is missing, and gives each test an empty
+// directory of its own in the build tree (removed afterwards).
+class ToolTest : public ::testing::Test {
+  protected:
+    explicit ToolTest(std::vector<std::string> needs = {}) : needs_(std::move(needs)) {}
+    void SetUp() override;
+    void TearDown() override;
+    // Runs `cmd` through the shell inside the directory, stderr to err();
+    // returns the exit status.
+    int run(const std::string& cmd) const;
+    // The same, returning stdout.
+    std::string output(const std::string& cmd, int* status = nullptr) const;
+    std::string err() const;
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    void write(const std::string& name, const Bytes& data) const { write_file(path(name), data); }
+    Bytes read(const std::string& name) const { return read_file(path(name)); }
+
+    const std::string tool = NUXZO_BUILD_DIR "/tools/nuxzo/nuxzo";
+    std::filesystem::path dir_;
+
+  private:
+    std::vector<std::string> needs_;
+};
 
 }  // namespace nuxtest
