@@ -64,7 +64,8 @@ inline uint32_t reversed(uint32_t code, unsigned len) {
 }
 
 // Writes `entry` at every index < size whose low `len` bits equal `index`.
-inline void replicate(uint16_t* t, uint32_t index, unsigned len, uint32_t size, uint16_t entry) {
+template <typename T>
+inline void replicate(T* t, uint32_t index, unsigned len, uint32_t size, T entry) {
     const uint32_t step = 1u << len;
     uint32_t i = index;
     for (; i + 3 * step < size; i += 4 * step) {
@@ -86,7 +87,7 @@ void build_short(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const Cod
         litTable[1] = uint16_t(1 | (kKindInvalid << 4));
     for (unsigned s = 0; s < nLitLen; ++s) {
         const unsigned len = lens[s];
-        if (len) replicate(litTable, reversed(next[len]++, len), len, litSize, litlen_entry(s, len, false));
+        if (len) replicate(litTable, reversed(next[len]++, len), len, litSize, short_litlen_entry(s, len));
     }
     if (dist.used == 0) return;
     uint8_t* distBytes = area + kShortDistByteOffset;
@@ -165,17 +166,17 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
 bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const CodeSet& lit, const CodeSet& dist,
                    Nux8u* area) {
     zero_bytes(area, kTableBytes);
-    uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
+    uint32_t* litTable = reinterpret_cast<uint32_t*>(area);
     uint32_t* distTable = reinterpret_cast<uint32_t*>(area + kGeneralDistOffset);
     if (lit.used == 1)  // the lone one-bit code: odd indices are no code
-        replicate(litTable, 1, 1, kLitRootEntries, uint16_t(1 | (kKindInvalid << 4)));
+        replicate(litTable, 1, 1, kLitRootEntries, kGeneralInvalid);
     const bool litOk = build_general_alphabet<kLitRootBits>(
         lens, nLitLen, lit, litTable, kGeneralLitLenEntries,
-        [](uint32_t offset, uint32_t width) { return uint16_t((kKindSubTable << 4) | ((offset / 2) << 8) | width); },
-        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
-            replicate(t, r, len, kLitRootEntries, litlen_entry(s, len, true));
+        [](uint32_t offset, uint32_t width) { return (offset << 16) | kSpecialFlag | kSubTableFlag | (width << 8); },
+        [](uint32_t* t, unsigned s, unsigned len, uint32_t r) {
+            replicate(t, r, len, kLitRootEntries, general_litlen_entry(s, len));
         },
-        [](unsigned s, unsigned len) { return litlen_entry(s, len, true); });
+        [](unsigned s, unsigned len) { return general_litlen_entry(s, len); });
     if (!litOk) return false;
     // Distance codes short enough have their extra bits folded into the first
     // level, one entry per extra value carrying the finished distance.

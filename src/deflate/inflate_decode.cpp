@@ -37,6 +37,9 @@ constexpr uint32_t kModeEndOfBlock = 0, kModeNeedInput = 1, kModeOutputFull = 2;
 // Longest match plus the widest over-copy of the word-wise match copy.
 constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 3 + 32;
 
+// The two entry codings behind one interface, so that one decoder serves
+// both layouts. An entry is one of: a literal, a length symbol, or special
+// (end of block, second-level reference, invalid code).
 struct ShortTables {
     const uint16_t* lit;
     uint32_t litMask;
@@ -46,8 +49,20 @@ struct ShortTables {
 
     static constexpr bool kSubTables = false;
     NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & litMask]; }
-    NUX_INLINE uint32_t litlen(uint64_t bits) const { return first(bits); }
     NUX_INLINE uint32_t second(uint32_t e, uint64_t) const { return e; }
+    NUX_INLINE static bool is_literal(uint32_t e) { return (e & 0xF0) == (kKindLiteral << 4); }
+    NUX_INLINE static bool is_length(uint32_t e) { return ((e >> 4) & 15) - kKindLengthBase <= 5; }
+    NUX_INLINE static bool is_sub(uint32_t) { return false; }
+    NUX_INLINE static bool is_end(uint32_t e) { return ((e >> 4) & 15) == kKindEnd; }
+    // Bits of a literal or end-of-block entry.
+    NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 15; }
+    NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 8); }
+    // The match length, and in `used` the code and extra bits it takes.
+    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used) {
+        const uint32_t n = e & 15, extra = ((e >> 4) & 15) - kKindLengthBase;
+        used = n + extra;
+        return (e >> 8) + 3 + (uint32_t(bits >> n) & ((1u << extra) - 1));
+    }
     // The distance, and in `used` the code and extra bits it takes; 0 when no
     // code matches (a hole of a lone one-bit code, or no distance codes).
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
@@ -59,29 +74,37 @@ struct ShortTables {
 };
 
 struct GeneralTables {
-    const uint16_t* lit;  // the distance table follows at kGeneralDistOffset
+    const uint32_t* lit;  // the distance table follows at kGeneralDistOffset
 
     static constexpr bool kSubTables = true;
-    // First-level entry; a second-level reference (kind 1) is resolved by
-    // second(), which the fast loop calls only off its literal path.
     NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kLitRootEntries - 1)]; }
+    // Resolves a second-level reference, which the fast loop meets only off
+    // its literal path.
     NUX_INLINE uint32_t second(uint32_t e, uint64_t bits) const {
-        return lit[kLitRootEntries + ((e >> 8) << 1) +
-                   ((uint32_t(bits) >> kLitRootBits) & ((1u << (e & 15)) - 1))];
+        return lit[kLitRootEntries + (e >> 16) + ((uint32_t(bits) >> kLitRootBits) & ((1u << ((e >> 8) & 15)) - 1))];
     }
-    NUX_INLINE uint32_t litlen(uint64_t bits) const {
-        const uint32_t e = first(bits);
-        return ((e >> 4) & 15) == kKindSubTable ? second(e, bits) : e;
+    NUX_INLINE static bool is_literal(uint32_t e) { return e & kLitFlag; }
+    NUX_INLINE static bool is_length(uint32_t e) { return !(e & (kLitFlag | kSpecialFlag)); }
+    NUX_INLINE static bool is_sub(uint32_t e) {
+        return (e & (kLitFlag | kSpecialFlag | kSubTableFlag)) == (kSpecialFlag | kSubTableFlag);
+    }
+    NUX_INLINE static bool is_end(uint32_t e) {
+        return (e & (kLitFlag | kSpecialFlag | kEndFlag)) == (kSpecialFlag | kEndFlag);
+    }
+    NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 63; }
+    NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 16); }
+    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used) {
+        used = e & 31;
+        return (e >> 16) + uint32_t((bits & ((uint64_t(1) << used) - 1)) >> ((e >> 8) & 15));
     }
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
         // Indexed from the literal/length base with a constant offset, so that
         // the loop needs no register of its own for the distance table.
-        const uint32_t* d = reinterpret_cast<const uint32_t*>(lit);
         constexpr size_t kD = kGeneralDistOffset / 4;
-        uint32_t e = d[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
+        uint32_t e = lit[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
         if (e & kDistSubTable) [[unlikely]]
-            e = d[kD + kDistRootEntries + (e >> 16) +
-                  ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
+            e = lit[kD + kDistRootEntries + (e >> 16) +
+                    ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
         // One formula for folded and plain entries alike (which of the two a
         // distance hits is as good as random): the low t bits hold the code
         // and the extra bits, the code's n bits are shifted out.
@@ -256,48 +279,46 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     refill();
     uint32_t e = t.first(buf);
     for (size_t count; (count = budget()) != 0;) do {
-        if ((e & 0xF0) == (kKindLiteral << 4)) {
-            // Two literals, then a refill: 56 bits cover three 15-bit codes,
-            // the third being the next symbol's lookup.
-            buf >>= e & 63;  // kind 0: bits 4-5 are zero, the shift needs no mask
-            bits -= e & 63;
-            *out++ = uint8_t(e >> 8);
+        if (Tables::is_literal(e)) {
+            // Two literals, then a refill: a literal found in the first level
+            // takes at most 11 bits, so 56 bits cover two of them and the
+            // next symbol's lookup.
+            *out++ = Tables::literal(e);
+            buf >>= Tables::bits_of(e);
+            bits -= Tables::bits_of(e);
             e = t.first(buf);
-            if ((e & 0xF0) == (kKindLiteral << 4)) {
-                buf >>= e & 63;
-                bits -= e & 63;
-                *out++ = uint8_t(e >> 8);
+            if (Tables::is_literal(e)) {
+                *out++ = Tables::literal(e);
+                buf >>= Tables::bits_of(e);
+                bits -= Tables::bits_of(e);
                 e = t.first(buf);
             }
             refill();  // keeps the low bits: `e` stays valid
             continue;
         }
-        uint32_t n = e & 15, kind = (e >> 4) & 15;
-        if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
-            if (Tables::kSubTables && kind == kKindSubTable) {
+        if (!Tables::is_length(e)) {
+            if (Tables::kSubTables && Tables::is_sub(e)) {
                 e = t.second(e, buf);
-                if ((e & 0xF0) == (kKindLiteral << 4)) {
-                    buf >>= e & 15;
-                    bits -= e & 15;
-                    *out++ = uint8_t(e >> 8);
+                if (Tables::is_literal(e)) {
+                    *out++ = Tables::literal(e);
+                    buf >>= Tables::bits_of(e);
+                    bits -= Tables::bits_of(e);
                     refill();
                     e = t.first(buf);
                     continue;
                 }
-                n = e & 15;
-                kind = (e >> 4) & 15;
             }
-            if (kind < kKindLengthBase || kind > kKindLengthBase + 5) {
-                if (kind == kKindEnd) {
-                    buf >>= n;
-                    bits -= n;
+            if (!Tables::is_length(e)) {
+                if (Tables::is_end(e)) {
+                    buf >>= Tables::bits_of(e);
+                    bits -= Tables::bits_of(e);
                     exit = FastExit::kEnd;
                 }
                 goto done;
             }
         }
-        const uint32_t extra = kind - kKindLengthBase, lenBits = n + extra;
-        const uint32_t len = (e >> 8) + 3 + (uint32_t(buf >> n) & ((1u << extra) - 1));
+        uint32_t lenBits;
+        const uint32_t len = Tables::length(e, buf, lenBits);
         // The length takes at most 20 of the 56 bits: the distance (at most
         // 28 bits) is decoded from what is left, while a refill that does
         // not touch those bits runs alongside.
@@ -396,35 +417,37 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
         // A lookup with too few valid bits may see zeros for the missing
         // ones, but any entry whose length fits into the valid bits is the
         // right one, since an entry depends on its own code bits only.
-        const uint32_t e = t.litlen(s.buf);
-        const uint32_t n = e & 15, kind = (e >> 4) & 15;
-        if (n > s.bits) goto need_input;
-        if (kind == kKindLiteral) {
+        uint32_t e = t.first(s.buf);
+        if (Tables::kSubTables && Tables::is_sub(e)) e = t.second(e, s.buf);
+        if (Tables::is_literal(e)) {
+            const uint32_t n = Tables::bits_of(e);
+            if (n > s.bits) goto need_input;
             s.consume(n);
             if (s.out == s.outEnd) {
                 st->subState = kSubLiteral;
-                st->saved[0] = e >> 8;
+                st->saved[0] = Tables::literal(e);
                 mode = kModeOutputFull;
                 return NuxStatusOk;
             }
-            *s.out++ = uint8_t(e >> 8);
+            *s.out++ = Tables::literal(e);
             continue;
         }
-        if (kind == kKindEnd) {
-            s.consume(n);
+        if (Tables::is_end(e)) {
+            if (Tables::bits_of(e) > s.bits) goto need_input;
+            s.consume(Tables::bits_of(e));
             mode = kModeEndOfBlock;
             return NuxStatusOk;
         }
-        if (kind < kKindLengthBase || kind > kKindLengthBase + 5) goto bad;
+        if (!Tables::is_length(e)) goto bad;
         {
-            const uint32_t extra = kind - kKindLengthBase;
-            if (n + extra > s.bits) goto need_input;
-            const uint32_t len = (e >> 8) + 3 + (uint32_t(s.buf >> n) & ((1u << extra) - 1));
-            uint32_t used;
-            const uint32_t dist = t.dist(s.buf >> (n + extra), used);
+            uint32_t lenBits, used;
+            const uint32_t len = Tables::length(e, s.buf, lenBits);
+            if (lenBits > s.bits) goto need_input;
+            if (len < uint32_t(rfc1951::kMinMatch) || len > uint32_t(rfc1951::kMaxMatch)) goto bad;
+            const uint32_t dist = t.dist(s.buf >> lenBits, used);
             if (dist == 0) goto bad;
-            if (n + extra + used > s.bits) goto need_input;
-            s.consume(n + extra + used);
+            if (lenBits + used > s.bits) goto need_input;
+            s.consume(lenBits + used);
             const uint32_t room = uint32_t(s.outEnd - s.out);
             const uint32_t k = len < room ? len : room;
             if (!copy_match_exact(s, k, dist)) goto bad;
@@ -484,7 +507,7 @@ NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux
         t.distMask = (1u << dmax) - 1;
         status = decode(t, s, st, mode);
     } else if (st->kind == kLayoutGeneral) {
-        GeneralTables t{reinterpret_cast<const uint16_t*>(st->table)};
+        GeneralTables t{reinterpret_cast<const uint32_t*>(st->table)};
         status = decode(t, s, st, mode);
     } else {
         GeneralTables t{kFixedTables.litlen};

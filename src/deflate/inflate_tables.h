@@ -4,26 +4,32 @@
 // indexed by the bit-reversed code: a code of length n fills every index whose
 // low n bits are its reversed code.
 //
-// Literal/length entries (16 bits, both layouts):
-//   bits 0-3   n, the bits to consume (the whole code length, also for
-//              entries of a second-level table)
+// Short layout (kind 2): literal/length table of 2^Lmax 16-bit entries at
+// offset 0:
+//   bits 0-3   n, the bits to consume
 //   bits 4-7   kind: 0 literal, 8 + e length symbol with e extra bits,
-//              15 end of block, 1 second-level reference (general layout
-//              only), 2 invalid (a hole of an incomplete set, or symbol
-//              286/287 in the general and fixed tables)
-//   bits 8-15  literal byte, or length base - 3; for a reference the offset
-//              of the second-level table in units of two entries (every
-//              second-level table has at least two entries, so offsets are
-//              even) with bits 0-3 holding its index width.
-//
-// Short layout (kind 2): literal/length table of 2^Lmax entries at offset 0;
+//              15 end of block, 2 invalid (the hole of a lone one-bit code)
+//   bits 8-15  literal byte, or length base - 3
 // distance byte table ((extra << 4) | n, 0 = no code) at kShortDistByteOffset;
 // distance base table (16-bit) at kShortDistBaseOffset.
 //
-// General layout (kind 1): literal/length first level of 2048 entries (11
-// bits) at offset 0 followed by its second-level tables; distance table of
-// 32-bit entries at kGeneralDistOffset: a first level of 256 entries (8 bits)
-// followed by its second-level tables. Distance entries (32 bits):
+// General layout (kind 1, and the fixed codes): literal/length table of
+// 32-bit entries, a first level of 1024 entries (10 bits) followed by its
+// second-level tables; distance table of 32-bit entries at kGeneralDistOffset,
+// a first level of 256 entries (8 bits) followed by its second-level tables.
+// Literal/length entries:
+//   bits 0-7    t, the bits to consume (code length, plus the extra bits of a
+//               length symbol)
+//   bits 8-11   n, the code length; for a second-level reference the index
+//               width of its table
+//   bit 15      literal: bits 16-23 the byte
+//   bit 14      special: bit 12 a second-level reference
+//               (bits 16-31 its offset in entries after the first level),
+//               bit 13 end of block, neither an invalid code (a hole of a lone
+//               one-bit code, or symbol 286/287)
+//   neither     length symbol: the length is base + ((low t bits) >> n),
+//               base (3..258) in bits 16-31
+// Distance entries:
 //   bit 15 set     second-level reference: bits 0-3 index width, bits 16-31
 //                  offset in entries after the first level
 //   otherwise      bits 0-4 t, the bits to consume (code length + extra
@@ -51,19 +57,17 @@ inline constexpr size_t kShortDistBaseOffset = kShortDistByteOffset + (1u << kSh
 inline constexpr size_t kTableBytes = sizeof(NuxInflateHuffTable::table);
 static_assert(kShortDistBaseOffset + (2u << kShortMaxDistBits) <= kTableBytes);
 
-// Sizes: a complete code of 288 symbols with an 11-bit first level needs at
-// most 2342 entries in all, one of 32 symbols with an 8-bit first level at
-// most 402 (the worst cases over all complete codes of lengths <= 15). The
-// literal/length capacity also keeps every second-level offset below 512, so
-// that it fits its entry as offset / 2 in 8 bits.
-inline constexpr unsigned kLitRootBits = 11, kDistRootBits = 8;
+// Sizes: a complete code of 288 symbols with a 10-bit first level needs at
+// most 1334 entries in all, one of 32 symbols with an 8-bit first level at
+// most 402 (the worst cases over all complete canonical codes of lengths
+// <= 15: long codes take the end of the code space in order of length).
+inline constexpr unsigned kLitRootBits = 10, kDistRootBits = 8;
 inline constexpr size_t kLitRootEntries = size_t(1) << kLitRootBits;
 inline constexpr size_t kDistRootEntries = size_t(1) << kDistRootBits;
-inline constexpr size_t kGeneralLitLenEntries = kLitRootEntries + 512;            // 2560
-inline constexpr size_t kGeneralDistOffset = 2 * kGeneralLitLenEntries;           // 5120
-inline constexpr size_t kGeneralDistEntries = (kTableBytes - kGeneralDistOffset) / 4;  // 512
-static_assert(kGeneralLitLenEntries >= 2342 && kGeneralDistEntries >= 402);
-static_assert(kGeneralDistOffset + 4 * kGeneralDistEntries <= kTableBytes && kGeneralDistOffset % 4 == 0);
+inline constexpr size_t kGeneralLitLenEntries = 1334;
+inline constexpr size_t kGeneralDistOffset = 4 * kGeneralLitLenEntries;              // 5336
+inline constexpr size_t kGeneralDistEntries = (kTableBytes - kGeneralDistOffset) / 4;  // 458
+static_assert(kGeneralDistEntries >= 402 && kGeneralDistOffset % 4 == 0);
 
 // A distance entry: `total` bits consumed, `n` of them the code, `base`.
 constexpr uint32_t dist_entry(uint32_t base, unsigned n, unsigned total) {
@@ -71,18 +75,19 @@ constexpr uint32_t dist_entry(uint32_t base, unsigned n, unsigned total) {
 }
 inline constexpr uint32_t kDistSubTable = 0x8000;
 
-// Literal/length entry kinds (bits 4-7).
-inline constexpr uint32_t kKindLiteral = 0, kKindSubTable = 1, kKindInvalid = 2, kKindLengthBase = 8,
-                          kKindEnd = 15;
+// Short-layout literal/length entry kinds (bits 4-7).
+inline constexpr uint32_t kKindLiteral = 0, kKindInvalid = 2, kKindLengthBase = 8, kKindEnd = 15;
+
+// General-layout literal/length flags.
+inline constexpr uint32_t kLitFlag = 0x8000, kSpecialFlag = 0x4000, kSubTableFlag = 0x1000, kEndFlag = 0x2000;
 
 // The header words that the decoder keeps its sub-state in.
 static_assert(offsetof(NuxInflateHuffTable, kind) == 12 && offsetof(NuxInflateHuffTable, subState) == 24 &&
               offsetof(NuxInflateHuffTable, maxLitLenBits) == 40 && offsetof(NuxInflateHuffTable, table) == 48);
 
-// Literal/length entry of `symbol` with code length n. Symbols 286 and 287
-// never occur in valid data; `strict` makes their entries invalid (general
-// and fixed tables), otherwise they hold only their length (short layout).
-constexpr uint16_t litlen_entry(unsigned symbol, unsigned n, bool strict) {
+// Short-layout literal/length entry of `symbol` with code length n. Symbols
+// 286 and 287 never occur in valid data; their entries hold only their length.
+constexpr uint16_t short_litlen_entry(unsigned symbol, unsigned n) {
     if (symbol < 256) return uint16_t(n | (kKindLiteral << 4) | (symbol << 8));
     if (symbol == 256) return uint16_t(n | (kKindEnd << 4));
     if (symbol < 286) {
@@ -90,8 +95,21 @@ constexpr uint16_t litlen_entry(unsigned symbol, unsigned n, bool strict) {
         return uint16_t(n | ((kKindLengthBase + rfc1951::kLengthExtra[i]) << 4) |
                         ((rfc1951::kLengthBase[i] - 3u) << 8));
     }
-    return uint16_t(n | (strict ? kKindInvalid << 4 : 0));
+    return uint16_t(n);
 }
+
+// General-layout literal/length entry of `symbol` with code length n;
+// symbols 286 and 287 are invalid.
+constexpr uint32_t general_litlen_entry(unsigned symbol, unsigned n) {
+    if (symbol < 256) return (symbol << 16) | kLitFlag | (n << 8) | n;
+    if (symbol == 256) return kSpecialFlag | kEndFlag | (n << 8) | n;
+    if (symbol < 286) {
+        const unsigned i = symbol - 257;
+        return (uint32_t(rfc1951::kLengthBase[i]) << 16) | (n << 8) | (n + rfc1951::kLengthExtra[i]);
+    }
+    return kSpecialFlag | (n << 8) | n;
+}
+inline constexpr uint32_t kGeneralInvalid = kSpecialFlag | (1 << 8) | 1;
 
 // Reverses the low n bits of `code` (n <= 15).
 constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
@@ -104,7 +122,7 @@ constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
 // is at most 9 bits long, so the first levels are the whole tables. Symbols
 // 286/287 and distances 30/31 have codes but are invalid in data.
 struct FixedTables {
-    uint16_t litlen[kGeneralLitLenEntries];  // the first level only is used
+    uint32_t litlen[kGeneralLitLenEntries];  // the first level only is used
     uint32_t dist[kDistRootEntries];         // kGeneralDistOffset bytes after litlen
 };
 static_assert(offsetof(FixedTables, dist) == kGeneralDistOffset);
@@ -122,7 +140,7 @@ constexpr FixedTables make_fixed_tables() {
     for (unsigned s = 0; s < 288; ++s) {
         const unsigned n = unsigned(rfc1951::fixed_litlen_length(int(s)));
         const uint32_t r = reverse_bits(next[n]++, n);
-        for (uint32_t i = r; i < kLitRootEntries; i += 1u << n) t.litlen[i] = litlen_entry(s, n, true);
+        for (uint32_t i = r; i < kLitRootEntries; i += 1u << n) t.litlen[i] = general_litlen_entry(s, n);
     }
     for (unsigned s = 0; s < 32; ++s) {
         const unsigned n = unsigned(rfc1951::kFixedDistLength);
@@ -142,7 +160,7 @@ constexpr FixedTables make_fixed_tables() {
 }
 
 inline constexpr FixedTables kFixedTables = make_fixed_tables();
-static_assert(kFixedTables.litlen[0] == litlen_entry(256, 7, true));  // code 0000000 is symbol 256
+static_assert(kFixedTables.litlen[0] == general_litlen_entry(256, 7));  // code 0000000 is symbol 256
 static_assert(kFixedTables.dist[0] == dist_entry(1, 5, 5));
 
 }  // namespace nux::inflate
