@@ -2,7 +2,6 @@
 // every level on edge data and on the corpus, preset dictionaries, and the
 // checked-in table of compressed sizes that makes ratio regressions visible.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -11,33 +10,19 @@
 #include <sstream>
 
 #include "../../tools/nuxzo/deflate_stream.h"
-#include "support/test_support.h"
+#include "support/peers.h"
 
 namespace {
 
 using nuxtest::Bytes;
 using nuxzo::deflate_stream::compress_raw;
 
-bool sanitized() { return std::getenv("NUXZO_SANITIZED") != nullptr; }
-
-// Raw inflate with zlib; the output must end exactly with the stream.
+// Raw inflate with zlib; the stream must end exactly with the input.
 Bytes inflate_raw(const Bytes& in, size_t expect, const Bytes& dict = {}) {
-    Bytes out(expect + 1);
-    z_stream z{};
-    EXPECT_EQ(inflateInit2(&z, -15), Z_OK);
-    if (!dict.empty()) {
-        EXPECT_EQ(inflateSetDictionary(&z, dict.data(), uInt(dict.size())), Z_OK);
-    }
-    z.next_in = const_cast<Bytef*>(in.data());
-    z.avail_in = uInt(in.size());
-    z.next_out = out.data();
-    z.avail_out = uInt(out.size());
-    const int st = inflate(&z, Z_FINISH);
-    EXPECT_EQ(st, Z_STREAM_END);
-    EXPECT_EQ(z.avail_in, 0u);  // no bytes after the final block
-    out.resize(z.total_out);
-    inflateEnd(&z);
-    return out;
+    nuxtest::Inflated r = nuxtest::zlib_inflate(in, expect + 1, -15, dict);
+    EXPECT_EQ(r.status, Z_STREAM_END);
+    EXPECT_EQ(r.unused_in, 0u);  // no bytes after the final block
+    return r.out;
 }
 
 TEST(DeflateRoundTrip, EdgeDataAtEveryLevel) {
@@ -101,7 +86,7 @@ TEST(DeflateRoundTrip, PresetDictionaryDecodesWithInflateSetDictionary) {
 
 // ---- corpus ----------------------------------------------------------------
 
-size_t prefix_len() { return sanitized() ? (64u << 10) : (1u << 20); }
+size_t prefix_len() { return nuxtest::sanitized() ? (64u << 10) : (1u << 20); }
 
 // Beside this source file.
 std::string sizes_path() { return (std::filesystem::path(__FILE__).parent_path() / "compressed_sizes.txt").string(); }
@@ -134,12 +119,11 @@ TEST(DeflateRoundTrip, CorpusAtEveryLevelAndSizeTable) {
     fresh << "# Compressed sizes of the raw Deflate streams that the nuxzo tool writes, per corpus file and level.\n"
              "# Columns: file level input_bytes (0 = whole file) compressed_bytes.\n"
              "# Regenerate: NUXZO_UPDATE_SIZES=1 deflate_roundtrip_test --gtest_filter=*SizeTable*\n";
-    uint64_t total_in = 0, total_out[30] = {};
     for (const auto& f : corpus) {
         const size_t n = std::min(f.data.size(), prefix_len());
         std::vector<std::pair<int, size_t>> runs;
         for (int level = 0; level < 30; ++level) runs.push_back({level, n});
-        if (!sanitized())
+        if (!nuxtest::sanitized())
             for (int level : {1, 6, 9}) runs.push_back({level, 0});
         for (const auto& [level, bytes] : runs) {
             const size_t len = bytes ? bytes : f.data.size();
@@ -147,7 +131,6 @@ TEST(DeflateRoundTrip, CorpusAtEveryLevelAndSizeTable) {
             const Bytes back = inflate_raw(z, len);
             ASSERT_TRUE(back.size() == len && std::equal(back.begin(), back.end(), f.data.begin()))
                 << f.name << " level " << level;
-            if (bytes == 0) total_out[level] += z.size();
             const std::string key = f.name + " " + std::to_string(level) + " " + std::to_string(bytes);
             fresh << key << " " << z.size() << "\n";
             const auto it = table.find(key);
@@ -155,13 +138,8 @@ TEST(DeflateRoundTrip, CorpusAtEveryLevelAndSizeTable) {
                 EXPECT_LE(z.size(), it->second + it->second / 500) << key;
             }
         }
-        total_in += f.data.size();
     }
-    if (!sanitized())
-        for (int level : {1, 6, 9})
-            std::printf("corpus level %d: %.2f%% of %llu bytes\n", level, 100.0 * double(total_out[level]) / double(total_in),
-                        static_cast<unsigned long long>(total_in));
-    if (update && !sanitized()) std::ofstream(sizes_path()) << fresh.str();
+    if (update && !nuxtest::sanitized()) std::ofstream(sizes_path()) << fresh.str();
 }
 
 }  // namespace

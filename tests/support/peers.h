@@ -35,7 +35,9 @@ inline Inflated zlib_inflate(const Bytes& in, size_t cap, int window_bits = -15,
     Inflated r{Z_STREAM_ERROR, Bytes(cap), 0};
     z_stream z{};
     EXPECT_EQ(inflateInit2(&z, window_bits), Z_OK);
-    if (!dict.empty()) EXPECT_EQ(inflateSetDictionary(&z, dict.data(), uInt(dict.size())), Z_OK);
+    if (!dict.empty()) {
+        EXPECT_EQ(inflateSetDictionary(&z, dict.data(), uInt(dict.size())), Z_OK);
+    }
     z.next_in = const_cast<Bytef*>(in.data());
     z.avail_in = uInt(in.size());
     z.next_out = r.out.data();
