@@ -3,6 +3,7 @@
 // input (with the history contiguous and in a separate window buffer).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "support/test_support.h"
@@ -29,6 +30,13 @@ struct Parser {
                                                 lit_freq, dist_freq, lit.data(), dist.data(), &slots, Nux32u(level),
                                                 flush);
         return st == NuxStatusOk ? int(before - slots) : -1;
+    }
+    // One call of a finder with a parameter record.
+    NuxStatus find(bool lazy, const Nux8u** src, Nux32u& len, const Nux8u* window, Nux32u& slots,
+                   const NuxDeflateMatchParams* m, int flush, Nux32u win = kWin) {
+        return (lazy ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u)(
+            src, &len, &pos, window, win, head.data(), chain.data(), kHash, lit_freq, dist_freq, lit.data(), dist.data(),
+            &slots, m, flush);
     }
 };
 
@@ -89,41 +97,41 @@ Bytes parse_in_pieces(const Bytes& data, int level, size_t chunk, bool separate,
     return out;
 }
 
-TEST(Lz77, LevelIsCheckedBeforeAnyPointer) {
-    for (Nux32u level : {30u, 0xFFFFFFFFu})
+TEST(Lz77, ArgumentOrderAndParameterRecords) {
+    // The level comes before any pointer.
+    for (Nux32u level : {30u, 0xFFFFFFFFu, 29u})
         EXPECT_EQ(nuxsDeflateLZ77_8u(nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, 0, nullptr, nullptr,
                                      nullptr, nullptr, nullptr, level, 0),
-                  NuxStatusSize);
-    EXPECT_EQ(nuxsDeflateLZ77_8u(nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, 0, nullptr, nullptr,
-                                 nullptr, nullptr, nullptr, 29, 0),
-              NuxStatusNullPtr);
-}
-
-TEST(Lz77, ArgumentOrderAndParameterRecords) {
+                  level == 29 ? NuxStatusNullPtr : NuxStatusSize);
     Parser p;
     const Bytes data = nuxtest::random_bytes(1000, 1);
     const Nux8u* src = data.data();
     const Nux8u* null_src = nullptr;
     Nux32u len = 1000, slots = 100;
-    auto fast = [&](const Nux8u** pp, Nux32u win, const NuxDeflateMatchParams* m, bool lazy) {
-        auto f = lazy ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u;
-        return f(pp, &len, &p.pos, data.data(), win, p.head.data(), p.chain.data(), kHash, p.lit_freq, p.dist_freq,
-                 p.lit.data(), p.dist.data(), &slots, m, 0);
-    };
     const NuxDeflateMatchParams good{8, 8, 8, 8}, single{0, 0, 0, 0}, short_field{8, 3, 8, 8}, neg{-1, 8, 8, 8};
-    EXPECT_EQ(fast(&null_src, kWin, &good, false), NuxStatusNullPtr);
-    EXPECT_EQ(fast(&src, kWin, nullptr, false), NuxStatusNullPtr);
-    EXPECT_EQ(fast(&null_src, 100, &neg, false), NuxStatusNullPtr);  // pointers before sizes
-    EXPECT_EQ(fast(&src, 100, &neg, false), NuxStatusSize);          // sizes before modes
-    EXPECT_EQ(fast(&src, 65536, &good, false), NuxStatusSize);
-    EXPECT_EQ(fast(&src, kWin, &neg, false), NuxStatusBadArg);
-    EXPECT_EQ(fast(&src, kWin, &short_field, false), NuxStatusBadArg);
-    EXPECT_EQ(fast(&src, kWin, &short_field, true), NuxStatusBadArg);
-    EXPECT_EQ(fast(&src, kWin, &single, true), NuxStatusBadArg);  // the lazy finder needs a chain
-    EXPECT_EQ(len, 1000u);
-    EXPECT_EQ(src, data.data());
-    EXPECT_EQ(fast(&src, kWin, &single, false), NuxStatusOk);
-    EXPECT_EQ(fast(&src, kWin, &good, true), NuxStatusOk);
+    struct Case {
+        const Nux8u** src;
+        Nux32u win;
+        const NuxDeflateMatchParams* m;
+        bool lazy;
+        NuxStatus want;
+    };
+    for (const Case& c : {Case{&null_src, kWin, &good, false, NuxStatusNullPtr},
+                          Case{&src, kWin, nullptr, false, NuxStatusNullPtr},
+                          Case{&null_src, 100, &neg, false, NuxStatusNullPtr},  // pointers before sizes
+                          Case{&src, 100, &neg, false, NuxStatusSize},          // sizes before modes
+                          Case{&src, 65536, &good, false, NuxStatusSize},
+                          Case{&src, kWin, &neg, false, NuxStatusBadArg},
+                          Case{&src, kWin, &short_field, false, NuxStatusBadArg},
+                          Case{&src, kWin, &short_field, true, NuxStatusBadArg},
+                          Case{&src, kWin, &single, true, NuxStatusBadArg},  // the lazy finder needs a chain
+                          Case{&src, kWin, &single, false, NuxStatusOk}}) {
+        EXPECT_EQ(p.find(c.lazy, c.src, len, data.data(), slots, c.m, 0, c.win), c.want);
+        if (c.want != NuxStatusOk) {
+            EXPECT_EQ(len, 1000u);
+        }
+    }
+    EXPECT_EQ(p.find(true, &src, len, data.data(), slots, &good, 0), NuxStatusOk);
 }
 
 // Each level behaves exactly like its row given to the finder of its class
@@ -142,10 +150,7 @@ TEST(Lz77, LevelsAreTheirRows) {
         const Nux8u *sa = text.data(), *sb = text.data();
         Nux32u la = Nux32u(text.size()), lb = la, slots_b = 65536;
         const int na = a.call(sa, la, text.data(), 65536, level, 2);
-        auto finder = level % 10 >= 5 ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u;
-        ASSERT_EQ(finder(&sb, &lb, &b.pos, text.data(), kWin, b.head.data(), b.chain.data(), kHash, b.lit_freq,
-                         b.dist_freq, b.lit.data(), b.dist.data(), &slots_b, &rows[level], 2),
-                  NuxStatusOk);
+        ASSERT_EQ(b.find(level % 10 >= 5, &sb, lb, text.data(), slots_b, &rows[level], 2), NuxStatusOk);
         ASSERT_EQ(na, int(65536 - slots_b)) << level;
         EXPECT_TRUE(std::equal(a.dist.begin(), a.dist.begin() + na, b.dist.begin())) << level;
         EXPECT_TRUE(std::equal(a.lit.begin(), a.lit.begin() + na, b.lit.begin())) << level;
@@ -197,57 +202,26 @@ TEST(Lz77, OneFreeSlotGivesOneSymbol) {
     for (int level : {0, 1, 6, 9}) {
         Parser p;
         const Nux8u* src = data.data();
-        Nux32u len = 5000, slots = 1;
-        const Nux32u before = len;
-        ASSERT_EQ(nuxsDeflateLZ77_8u(&src, &len, &p.pos, data.data(), kWin, p.head.data(), p.chain.data(), kHash,
-                                     p.lit_freq, p.dist_freq, p.lit.data(), p.dist.data(), &slots, Nux32u(level), 2),
-                  NuxStatusOk);
-        EXPECT_EQ(slots, 0u);
-        EXPECT_EQ(before - len, 1u);  // a literal at the first position
+        Nux32u len = 5000;
+        ASSERT_EQ(p.call(src, len, data.data(), 1, level, 2), 1);
+        EXPECT_EQ(len, 4999u);  // a literal at the first position
         int counted = 0;
         for (const auto& e : p.lit_freq) counted += e.code;
         EXPECT_EQ(counted, 1);
     }
 }
 
-TEST(Lz77, RunOfOneByteIsALiteralThenDistanceOne) {
-    const Bytes data(2000, 0x55);
-    for (int level : {0, 1, 6}) {
-        Parser p;
-        const Nux8u* src = data.data();
-        Nux32u len = 2000;
-        const int n = p.call(src, len, data.data(), 1000, level, 2);
-        ASSERT_GE(n, 2);
-        EXPECT_EQ(p.dist[0], 0);
-        for (int k = 1; k < n; ++k) {
-            EXPECT_TRUE(p.dist[k] == 0 || p.dist[k] == 1);
-        }
-        Bytes out;
-        replay(out, p, n);
-        EXPECT_EQ(out, data);
-    }
-}
-
-TEST(Lz77, SingleProbeNeverReachesTheWindowSize) {
-    // A block repeated at exactly the window size: distance 32768 is not allowed.
-    Bytes data = nuxtest::random_bytes(kWin, 5);
-    data.insert(data.end(), data.begin(), data.begin() + 2000);
-    for (int level : {0, 1}) {
-        const Bytes out = parse_in_pieces(data, level, data.size(), false);
-        EXPECT_EQ(out, data);
-        Parser p;
-        const Nux8u* src = data.data();
-        Nux32u len = Nux32u(data.size());
-        const int n = p.call(src, len, data.data(), 65536, level, 2);
-        for (int k = 0; k < n; ++k) EXPECT_LT(p.dist[k], kWin);
-    }
-}
-
+// Replay checks every distance against the history and the window size.
 TEST(Lz77, PiecesAndSeparateWindowReplayToTheInput) {
     const Bytes text = nuxtest::compressible_bytes(200000, 11);
-    const Bytes small(text.begin(), text.begin() + 40000);
+    const Bytes small(text.begin(), text.begin() + 40000), run(2000, 0x55);
+    // A block repeated at exactly the window size: distance 32768 is not allowed.
+    Bytes far = nuxtest::random_bytes(kWin, 5);
+    far.insert(far.end(), far.begin(), far.begin() + 2000);
     for (int level = 0; level < 30; ++level) {
         SCOPED_TRACE(level);
+        EXPECT_EQ(parse_in_pieces(run, level, 700, false), run);  // distance 1, overlapping
+        EXPECT_EQ(parse_in_pieces(far, level, far.size(), false), far);
         EXPECT_EQ(parse_in_pieces(small, level, 261, true), small);  // the minimum lookahead every call
         for (size_t chunk : {size_t(1000), size_t(70000)}) {
             EXPECT_EQ(parse_in_pieces(text, level, chunk, true), text);
@@ -264,65 +238,69 @@ TEST(Lz77, RebasingNearTwoToThe31KeepsHistoryReachable) {
         SCOPED_TRACE(level);
         const Bytes history = nuxtest::compressible_bytes(kWin, 21);
         Bytes input(history.begin() + 1000, history.begin() + 11000);  // repeats of the history
-      std::vector<Nux16u> first;
-      for (Nux32u start : {0x7FFFFFFFu - 20000u - kWin, 0x7FFFFFFFu - 20000u - kWin - 1}) {
-        const bool rebased = start == 0x7FFFFFFFu - 20000u - kWin;
-        Parser p;
-        // History at positions start - 32768 .. start - 1, hashed as the finder would.
-        ASSERT_EQ(nuxsDeflateUpdateHash_8u(history.data(), start - kWin, kWin, p.head.data(), kHash, p.chain.data(),
-                                           kWin, level % 10 == 0 ? 0 : level),
-                  NuxStatusOk);
-        p.pos = start;
-        const Nux8u* src = input.data();
-        Nux32u len = Nux32u(input.size());
-        const int n = p.call(src, len, history.data() + kWin, 65536, level, 2);
-        ASSERT_GT(n, 0);
-        EXPECT_EQ(len, 0u);
-        EXPECT_EQ(p.pos, (rebased ? kWin : start) + Nux32u(input.size()));
-        Bytes out = history;
-        replay(out, p, n);
-        EXPECT_EQ(Bytes(out.begin() + kWin, out.end()), input);
-        // The parse does not depend on where the positions start.
-        if (rebased) first.assign(p.dist.begin(), p.dist.begin() + n);
-        else EXPECT_EQ(first, std::vector<Nux16u>(p.dist.begin(), p.dist.begin() + n));
-        EXPECT_LT(n, int(input.size()) / 10);  // most of it matched into the history
-        if (rebased) {
-            for (Nux32s e : p.head) ASSERT_TRUE(e == -32768 || (e >= 0 && e < Nux32s(kWin + input.size())));
+        std::vector<Nux16u> first;
+        for (Nux32u start : {0x7FFFFFFFu - 20000u - kWin, 0x7FFFFFFFu - 20000u - kWin - 1}) {
+            const bool rebased = start == 0x7FFFFFFFu - 20000u - kWin;
+            Parser p;
+            // History at positions start - 32768 .. start - 1, hashed as the finder would.
+            ASSERT_EQ(nuxsDeflateUpdateHash_8u(history.data(), start - kWin, kWin, p.head.data(), kHash, p.chain.data(),
+                                               kWin, level % 10 == 0 ? 0 : level),
+                      NuxStatusOk);
+            p.pos = start;
+            const Nux8u* src = input.data();
+            Nux32u len = Nux32u(input.size());
+            const int n = p.call(src, len, history.data() + kWin, 65536, level, 2);
+            ASSERT_GT(n, 0);
+            EXPECT_EQ(len, 0u);
+            EXPECT_EQ(p.pos, (rebased ? kWin : start) + Nux32u(input.size()));
+            Bytes out = history;
+            replay(out, p, n);
+            EXPECT_EQ(Bytes(out.begin() + kWin, out.end()), input);
+            // The parse does not depend on where the positions start.
+            if (rebased) first.assign(p.dist.begin(), p.dist.begin() + n);
+            else EXPECT_EQ(first, std::vector<Nux16u>(p.dist.begin(), p.dist.begin() + n));
+            EXPECT_LT(n, int(input.size()) / 10);  // most of it matched into the history
+            if (rebased) {
+                for (Nux32s e : p.head) ASSERT_TRUE(e == -32768 || (e >= 0 && e < Nux32s(kWin + input.size())));
+            }
         }
-      }
     }
 }
 
+// Fresh tables for the loader and the hash update, with the chain preset to
+// a marker so that the inserted entries can be counted.
+struct Tables {
+    std::vector<Nux32s> head = std::vector<Nux32s>(kHash, -32768), chain = std::vector<Nux32s>(kWin, 77);
+    Bytes window = Bytes(kWin, 0xEE);
+    NuxStatus set_dict(const Nux8u* d, int n, int level, Nux32u hash = kHash) {
+        return nuxsDeflateDictionarySet_8u(d, n, head.data(), hash, chain.data(), window.data(), kWin, level);
+    }
+    NuxStatus update(const Nux8u* src, Nux32u pos, Nux32u n, int level, Nux32u win = kWin) {
+        return nuxsDeflateUpdateHash_8u(src, pos, n, head.data(), kHash, chain.data(), win, level);
+    }
+    long chained() const { return std::count_if(chain.begin(), chain.end(), [](Nux32s e) { return e != 77; }); }
+    long heads() const { return std::count_if(head.begin(), head.end(), [](Nux32s e) { return e != -32768; }); }
+};
+
 TEST(Lz77, DictionaryInsertsAllButTheLast257Positions) {
-    for (int dict_len : {257, 300}) {
-        std::vector<Nux32s> head(kHash, -32768), chain(kWin, 0x5EEDBEEF);
-        Bytes window(kWin, 0);
-        const Bytes dict = nuxtest::random_bytes(size_t(dict_len), 4);
-        ASSERT_EQ(nuxsDeflateDictionarySet_8u(dict.data(), dict_len, head.data(), kHash, chain.data(), window.data(),
-                                              kWin, 6),
-                  NuxStatusOk);
-        EXPECT_EQ(0, std::memcmp(window.data(), dict.data(), dict.size()));
-        int inserted = 0;
-        for (Nux32s e : chain) inserted += e != 0x5EEDBEEF;
-        EXPECT_EQ(inserted, dict_len == 300 ? 43 : 0);
+    const Bytes big = nuxtest::random_bytes(kWin + 100, 8);
+    for (int n : {257, 300}) {
+        Tables t;
+        ASSERT_EQ(t.set_dict(big.data(), n, 6), NuxStatusOk);
+        EXPECT_EQ(0, std::memcmp(t.window.data(), big.data(), size_t(n)));
+        EXPECT_EQ(t.chained(), n == 300 ? 43 : 0);
     }
     // Longer than the window: only the last 32 KiB count.
-    const Bytes big = nuxtest::random_bytes(kWin + 100, 8);
-    std::vector<Nux32s> head(kHash, -32768), chain(kWin, -32768);
-    Bytes window(kWin);
-    ASSERT_EQ(nuxsDeflateDictionarySet_8u(big.data(), int(big.size()), head.data(), kHash, chain.data(),
-                                          window.data(), kWin, 1),
-              NuxStatusOk);
-    EXPECT_EQ(0, std::memcmp(window.data(), big.data() + 100, kWin));
+    Tables t;
+    ASSERT_EQ(t.set_dict(big.data(), int(big.size()), 1), NuxStatusOk);
+    EXPECT_EQ(0, std::memcmp(t.window.data(), big.data() + 100, kWin));
     // Too short: nothing changes, and the checks come first.
-    EXPECT_EQ(nuxsDeflateDictionarySet_8u(big.data(), 3, head.data(), kHash, chain.data(), nullptr, kWin, 1),
+    Tables u;
+    EXPECT_EQ(nuxsDeflateDictionarySet_8u(big.data(), 3, u.head.data(), kHash, u.chain.data(), nullptr, kWin, 1),
               NuxStatusNullPtr);
-    EXPECT_EQ(nuxsDeflateDictionarySet_8u(big.data(), 3, head.data(), 100, chain.data(), window.data(), kWin, 1),
-              NuxStatusSize);
-    Bytes untouched(kWin, 0xEE);
-    EXPECT_EQ(nuxsDeflateDictionarySet_8u(big.data(), 3, head.data(), kHash, chain.data(), untouched.data(), kWin, 1),
-              NuxStatusOk);
-    EXPECT_EQ(untouched[0], 0xEE);
+    EXPECT_EQ(u.set_dict(big.data(), 3, 1, 100), NuxStatusSize);
+    EXPECT_EQ(u.set_dict(big.data(), 3, 1), NuxStatusOk);
+    EXPECT_EQ(u.window[0], 0xEE);
 }
 
 // Level 0 selects the shift hash (head only) in both functions; a negative
@@ -330,35 +308,25 @@ TEST(Lz77, DictionaryInsertsAllButTheLast257Positions) {
 TEST(Lz77, HashUpdateLevelTests) {
     const Bytes data = nuxtest::random_bytes(400, 9);
     for (int level : {0, -1, 3}) {
-        std::vector<Nux32s> head(kHash, -32768), chain(kWin, 77);
-        ASSERT_EQ(nuxsDeflateUpdateHash_8u(data.data(), 1000, 400, head.data(), kHash, chain.data(), kWin, level),
-                  NuxStatusOk);
-        int chained = 0, heads = 0;
-        for (Nux32s e : chain) chained += e != 77;
-        for (Nux32s e : head) heads += e != -32768;
-        EXPECT_EQ(chained, level == 0 ? 0 : 397) << level;
-        EXPECT_GE(heads, 390);
-        std::vector<Nux32s> dhead(kHash, -32768), dchain(kWin, 77);
-        Bytes window(kWin);
-        ASSERT_EQ(nuxsDeflateDictionarySet_8u(data.data(), 400, dhead.data(), kHash, dchain.data(), window.data(),
-                                              kWin, level),
-                  NuxStatusOk);
-        chained = 0;
-        for (Nux32s e : dchain) chained += e != 77;
-        EXPECT_EQ(chained, level < 1 ? 0 : 143) << level;
+        Tables a, b;
+        ASSERT_EQ(a.update(data.data(), 1000, 400, level), NuxStatusOk);
+        EXPECT_EQ(a.chained(), level == 0 ? 0 : 397) << level;
+        EXPECT_GE(a.heads(), 390);
+        ASSERT_EQ(b.set_dict(data.data(), 400, level), NuxStatusOk);
+        EXPECT_EQ(b.chained(), level < 1 ? 0 : 143) << level;
     }
-    std::vector<Nux32s> head(kHash, -32768), chain(kWin, 77);
-    EXPECT_EQ(nuxsDeflateUpdateHash_8u(data.data(), 0, 3, head.data(), kHash, chain.data(), kWin, 1), NuxStatusOk);
-    EXPECT_EQ(nuxsDeflateUpdateHash_8u(nullptr, 0, 3, head.data(), kHash, chain.data(), kWin, 1), NuxStatusNullPtr);
-    EXPECT_EQ(nuxsDeflateUpdateHash_8u(data.data(), 0, 3, head.data(), kHash, chain.data(), 65536, 1), NuxStatusSize);
-    for (Nux32s e : chain) ASSERT_EQ(e, 77);
+    Tables t;
+    EXPECT_EQ(t.update(data.data(), 0, 3, 1), NuxStatusOk);
+    EXPECT_EQ(t.update(nullptr, 0, 3, 1), NuxStatusNullPtr);
+    EXPECT_EQ(t.update(data.data(), 0, 3, 1, 65536), NuxStatusSize);
+    EXPECT_EQ(t.chained(), 0);
 }
 
 TEST(Lz77, GuardedInputAndCleanUpperState) {
     const Bytes text = nuxtest::compressible_bytes(5000, 2);
+    nuxtest::GuardedBuffer g(text.size());
+    std::memcpy(g.data(), text.data(), text.size());
     for (int level : {0, 1, 9}) {
-        nuxtest::GuardedBuffer g(text.size());
-        std::memcpy(g.data(), text.data(), text.size());
         Parser p;
         const Nux8u* src = g.data();
         Nux32u len = Nux32u(text.size());
@@ -368,29 +336,18 @@ TEST(Lz77, GuardedInputAndCleanUpperState) {
         replay(out, p, n);
         EXPECT_EQ(out, text);
     }
-    // The loader copies with 32-byte vector moves.
-    std::vector<Nux32s> head(kHash, -32768), chain(kWin, -32768);
-    Bytes window(kWin);
-    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
-        nuxsDeflateDictionarySet_8u(text.data(), int(text.size()), head.data(), kHash, chain.data(), window.data(), kWin,
-                                    6);
-    }));
-    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
-        nuxsDeflateUpdateHash_8u(text.data(), 0, Nux32u(text.size()), head.data(), kHash, chain.data(), kWin, 6);
-    }));
     for (bool lazy : {false, true}) {
         const NuxDeflateMatchParams m{16, 8, 32, 16};
         Parser p;
-        const Nux8u* src = text.data();
+        const Nux8u* src = g.data();
         Nux32u len = Nux32u(text.size()), slots = 65536;
-        EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
-            (lazy ? nuxsDeflateLZ77Slow_8u : nuxsDeflateLZ77Fast_8u)(&src, &len, &p.pos, text.data(), kWin,
-                                                                     p.head.data(), p.chain.data(), kHash, p.lit_freq,
-                                                                     p.dist_freq, p.lit.data(), p.dist.data(), &slots,
-                                                                     &m, 2);
-        }));
+        EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] { p.find(lazy, &src, len, g.data(), slots, &m, 2); }));
         EXPECT_EQ(len, 0u);
     }
+    // The loader copies with 32-byte vector moves.
+    Tables t;
+    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] { t.set_dict(text.data(), int(text.size()), 6); }));
+    EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] { t.update(text.data(), 0, Nux32u(text.size()), 6); }));
 }
 
 }  // namespace
