@@ -79,27 +79,14 @@ void ToolTest::SetUp() {
     std::filesystem::create_directories(dir_);
 }
 
-void ToolTest::TearDown() {
-    if (!dir_.empty() && !HasFailure()) std::filesystem::remove_all(dir_);
-}
-
-int ToolTest::run(const std::string& cmd) const {
-    return std::system(("cd '" + dir_.string() + "' && (" + cmd + ") 2> stderr.txt").c_str());
-}
-
 std::string ToolTest::output(const std::string& cmd, int* status) const {
-    FILE* p = popen(("cd '" + dir_.string() + "' && (" + cmd + ") 2> stderr.txt").c_str(), "r");
+    FILE* p = popen(in_dir(cmd).c_str(), "r");
     std::string out;
     char buf[4096];
     for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
     const int rc = pclose(p);
     if (status) *status = rc;
     return out;
-}
-
-std::string ToolTest::err() const {
-    const Bytes e = read_file(path("stderr.txt"));
-    return std::string(e.begin(), e.end());
 }
 
 const std::vector<CorpusFile>& corpus() {

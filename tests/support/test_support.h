@@ -73,13 +73,18 @@ class ToolTest : public ::testing::Test {
   protected:
     explicit ToolTest(std::vector<std::string> needs = {}) : needs_(std::move(needs)) {}
     void SetUp() override;
-    void TearDown() override;
+    void TearDown() override {
+        if (!dir_.empty() && !HasFailure()) std::filesystem::remove_all(dir_);  // kept for a look when failed
+    }
     // Runs `cmd` through the shell inside the directory, stderr to err();
     // returns the exit status.
-    int run(const std::string& cmd) const;
+    int run(const std::string& cmd) const { return std::system(in_dir(cmd).c_str()); }
     // The same, returning stdout.
     std::string output(const std::string& cmd, int* status = nullptr) const;
-    std::string err() const;
+    std::string err() const {
+        const Bytes e = read("stderr.txt");
+        return std::string(e.begin(), e.end());
+    }
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
     void write(const std::string& name, const Bytes& data) const { write_file(path(name), data); }
     Bytes read(const std::string& name) const { return read_file(path(name)); }
@@ -88,6 +93,9 @@ class ToolTest : public ::testing::Test {
     std::filesystem::path dir_;
 
   private:
+    std::string in_dir(const std::string& cmd) const {
+        return std::string("cd '").append(dir_.string()).append("' && (").append(cmd).append(") 2> stderr.txt");
+    }
     std::vector<std::string> needs_;
 };
 
