@@ -1,13 +1,12 @@
 // LZ4 block decoder: every result status with its write-backs, the history
 // limits of the three decoders, and the fast loop against the careful loop.
 #include <gtest/gtest.h>
-#include <lz4.h>
 
 #include <cstring>
 
 #include "lz4/decode.h"
 #include "nuxzo.h"
-#include "support/test_support.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -80,58 +79,41 @@ Decoded decode_dict(const Bytes& block, int cap, int dst_idx = 0, const Bytes* d
 }
 
 TEST(Lz4Decode, StatusesAndWriteBacks) {
-    const Bytes hello = text("hello, hello, hello, world"), tail = text("the end of it");
+    const Bytes tail = text("the end of it");
     const Bytes block = BlockWriter().seq(text("hello, "), 7, 14).seq(text("world"), 0 + 26, 5).last(tail).b;
-    const Bytes want = reference_decode(block);
+    const Bytes want = reference_decode(block), cut(block.begin(), block.end() - 3);
     ASSERT_EQ(want.size(), 7u + 14 + 5 + 5 + tail.size());
-
-    // Exactly the needed room: success, all consumed.
-    Decoded d = decode_dict(block, int(want.size()));
-    EXPECT_EQ(d.status, NuxStatusOk);
-    EXPECT_EQ(d.consumed, int(block.size()));
-    EXPECT_EQ(d.produced, int(want.size()));
-    EXPECT_EQ(d.out, want);
-
-    // One byte short: the destination is filled to its last byte and the
-    // consumed count stops inside the last sequence.
-    d = decode_dict(block, int(want.size()) - 1);
-    EXPECT_EQ(d.status, NuxStatusDstFull);
-    EXPECT_EQ(d.produced, int(want.size()) - 1);
-    EXPECT_EQ(d.consumed, int(block.size()) - 1);
-    EXPECT_TRUE(std::equal(d.out.begin(), d.out.end(), want.begin()));
-
-    // A match cut by the destination end.
-    d = decode_dict(block, 10);
-    EXPECT_EQ(d.status, NuxStatusDstFull);
-    EXPECT_EQ(d.produced, 10);
-    EXPECT_TRUE(std::equal(d.out.begin(), d.out.end(), want.begin()));
-
-    // Source cut inside the last literal run: what is there is copied.
-    const Bytes cut(block.begin(), block.end() - 3);
-    d = decode_dict(cut, 100);
-    EXPECT_EQ(d.status, NuxStatusSrcEmpty);
-    EXPECT_EQ(d.consumed, int(cut.size()));
-    EXPECT_EQ(d.produced, int(want.size()) - 3);
-
-    // A single byte is never decoded.
-    d = decode_dict(Bytes{0x00}, 100);
-    EXPECT_EQ(d.status, NuxStatusSrcEmpty);
-    EXPECT_EQ(d.consumed, 0);
-    EXPECT_EQ(d.produced, 0);
-
-    // The destination exactly full at the end of a literal run: success
-    // even though source is left.
-    d = decode_dict(block, 7);
-    EXPECT_EQ(d.status, NuxStatusOk);
-    EXPECT_EQ(d.produced, 7);
-    EXPECT_EQ(d.consumed, 8);
-
+    const int n = int(want.size()), b = int(block.size());
+    struct Case {
+        const char* what;
+        const Bytes& src;
+        int cap;
+        NuxStatus status;
+        int consumed, produced;  // consumed -1: not pinned
+    };
+    const Bytes one_byte{0x00};
+    for (const Case& c : {
+             Case{"exactly the needed room", block, n, NuxStatusOk, b, n},
+             // Filled to its last byte, the consumed count inside the last sequence.
+             Case{"one byte short", block, n - 1, NuxStatusDstFull, b - 1, n - 1},
+             Case{"a match cut by the destination end", block, 10, NuxStatusDstFull, -1, 10},
+             Case{"source cut inside the last literal run", cut, 100, NuxStatusSrcEmpty, b - 3, n - 3},
+             Case{"a single byte is never decoded", one_byte, 100, NuxStatusSrcEmpty, 0, 0},
+             Case{"full at the end of a literal run, source left", block, 7, NuxStatusOk, 8, 7}}) {
+        SCOPED_TRACE(c.what);
+        const Decoded d = decode_dict(c.src, c.cap);
+        EXPECT_EQ(d.status, c.status);
+        if (c.consumed >= 0) {
+            EXPECT_EQ(d.consumed, c.consumed);
+        }
+        EXPECT_EQ(d.produced, c.produced);
+        EXPECT_TRUE(std::equal(d.out.begin(), d.out.begin() + d.produced, want.begin()));
+    }
     // The plain export reports only the produced length.
-    int len = int(want.size());
+    int len = n;
     Bytes out(want.size());
-    EXPECT_EQ(NuxStatusOk, nuxsDecodeLZ4_8u(block.data(), int(block.size()), out.data(), &len));
+    EXPECT_EQ(NuxStatusOk, nuxsDecodeLZ4_8u(block.data(), b, out.data(), &len));
     EXPECT_EQ(out, want);
-    (void)hello;
 }
 
 TEST(Lz4Decode, ArgumentChecksInOrder) {
@@ -246,10 +228,7 @@ TEST(Lz4Decode, FastAndCarefulLoopsAgree) {
         }
     }
     // The fast loop really decodes something of a long block.
-    const Bytes data = nuxtest::compressible_bytes(100000, 3);
-    Bytes block(size_t(LZ4_compressBound(int(data.size()))));
-    block.resize(size_t(LZ4_compress_default(reinterpret_cast<const char*>(data.data()), reinterpret_cast<char*>(block.data()),
-                                             int(data.size()), int(block.size()))));
+    const Bytes data = nuxtest::compressible_bytes(100000, 3), block = nuxtest::lz4_compress(data);
     Decoded fast_only{0, 0, 0, Bytes(data.size())};
     DecodeCursor c{block.data(), block.data() + block.size(), fast_only.out.data(),
                    fast_only.out.data() + data.size(), fast_only.out.data(), nullptr, nullptr};
@@ -282,9 +261,7 @@ class Lz4DecodeBounds : public ::testing::TestWithParam<int> {};
 
 TEST_P(Lz4DecodeBounds, NoAccessOutsideBuffersAtAnyCapacity) {
     const Bytes data = GetParam() == 0 ? nuxtest::compressible_bytes(3000, 9) : long_matches(3000);
-    Bytes block(size_t(LZ4_compressBound(int(data.size()))));
-    block.resize(size_t(LZ4_compress_default(reinterpret_cast<const char*>(data.data()), reinterpret_cast<char*>(block.data()),
-                                             int(data.size()), int(block.size()))));
+    const Bytes block = nuxtest::lz4_compress(data);
     nuxtest::GuardedBuffer src(block.size());
     std::memcpy(src.data(), block.data(), block.size());
     for (int cap = 1; cap <= int(data.size()); cap += (cap < 100 || cap > 2900 ? 1 : 7)) {
@@ -340,10 +317,8 @@ TEST(Lz4Decode, PeerDictionaryBlocksDecodeThroughPrefixAndSeparateForms) {
 
 TEST(Lz4Decode, LeavesUpperVectorStateClean) {
     if (!nuxtest::can_check_upper_vector_state()) GTEST_SKIP();
-    const Bytes data = nuxtest::compressible_bytes(5000, 1);
-    Bytes block(size_t(LZ4_compressBound(int(data.size())))), out(data.size());
-    block.resize(size_t(LZ4_compress_default(reinterpret_cast<const char*>(data.data()), reinterpret_cast<char*>(block.data()),
-                                             int(data.size()), int(block.size()))));
+    const Bytes data = nuxtest::compressible_bytes(5000, 1), block = nuxtest::lz4_compress(data);
+    Bytes out(data.size());
     EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
         int len = int(out.size());
         nuxsDecodeLZ4_8u(block.data(), int(block.size()), out.data(), &len);
