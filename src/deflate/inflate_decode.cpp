@@ -11,8 +11,8 @@
 //    literal or length base; the short distance codes of the general layout
 //    even carry the finished distance);
 //  - while at least kFastRoom bytes of output room remain, matches are copied
-//    in 16- or 8-byte words that may run past the match end (into room that
-//    the next symbols overwrite).
+//    in 32-, 16- or 8-byte words that may run past the match end (into room
+//    that the next symbols overwrite).
 // Near the ends of the input or the output, one symbol at a time is decoded
 // exactly, so that a call can stop at any symbol (input ran out: mode 1) or
 // inside one (output full: mode 2).
@@ -170,6 +170,10 @@ bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
 
 // Word-wise copy of a match wholly inside the destination; may write up to
 // 31 bytes past the match end.
+NUX_INLINE void copy32(uint8_t* out, const uint8_t* src) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src)));
+}
+
 NUX_INLINE void copy16(uint8_t* out, const uint8_t* src) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(src)));
 }
@@ -187,8 +191,14 @@ constexpr uint8_t kPeriodAtLeast8[8] = {0, 8, 8, 9, 8, 10, 12, 14};
 NUX_INLINE void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
-    if (dist >= 16) {
-        // Most matches are short: the first 32 bytes go without a test.
+    if (dist >= 32) {
+        // Most matches are short: one 32-byte word covers them.
+        do {
+            copy32(out, src);
+            out += 32;
+            src += 32;
+        } while (out < end);
+    } else if (dist >= 16) {
         copy16(out, src);
         copy16(out + 16, src + 16);
         out += 32;
