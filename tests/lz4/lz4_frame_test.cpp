@@ -3,10 +3,6 @@
 // against libxxhash.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "../../tools/nuxzo/xxh32.h"
@@ -20,35 +16,8 @@ namespace {
 namespace fs = std::filesystem;
 using nuxtest::Bytes;
 
-const std::string kTool = NUXZO_BUILD_DIR "/tools/nuxzo/nuxzo";
-
-class Lz4Frame : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (!fs::exists(kTool)) GTEST_SKIP() << "tool not built";
-        if (std::system("lz4 --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "lz4 command missing";
-        dir_ = fs::path(NUXZO_BUILD_DIR) / "lz4_frame_test" /
-               ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-    // Runs a shell command in the test directory; returns its exit status.
-    int run(const std::string& cmd) const {
-        const std::string full = "cd '" + dir_.string() + "' && " + cmd + " 2> stderr.txt";
-        return std::system(full.c_str());
-    }
-    std::string stderr_text() const {
-        std::ifstream f(dir_ / "stderr.txt");
-        return {std::istreambuf_iterator<char>(f), {}};
-    }
-    void write(const std::string& name, const Bytes& data) const {
-        std::ofstream f(dir_ / name, std::ios::binary);
-        f.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
-    }
-    Bytes read(const std::string& name) const { return nuxtest::read_file(path(name)); }
-
-    fs::path dir_;
+struct Lz4Frame : nuxtest::ToolTest {
+    Lz4Frame() : ToolTest({"lz4"}) {}
 };
 
 // Some megabytes with repeats at all distances, plus a corpus file when there.
@@ -62,22 +31,22 @@ Bytes sample() {
 TEST_F(Lz4Frame, ToolFramesDecodeWithLz4Command) {
     const Bytes data = sample();
     write("in", data);
-    ASSERT_EQ(0, run(kTool + " compress -F lz4 -k in"));
-    ASSERT_EQ(0, run("lz4 -d -c in.lz4 > out1")) << stderr_text();
+    ASSERT_EQ(0, run(tool + " compress -F lz4 -k in"));
+    ASSERT_EQ(0, run("lz4 -d -c in.lz4 > out1")) << err();
     EXPECT_EQ(read("out1"), data);
-    ASSERT_EQ(0, run(kTool + " compress -F lz4 --linked -c in > linked.lz4"));
-    ASSERT_EQ(0, run("lz4 -d -c linked.lz4 > out2")) << stderr_text();
+    ASSERT_EQ(0, run(tool + " compress -F lz4 --linked -c in > linked.lz4"));
+    ASSERT_EQ(0, run("lz4 -d -c linked.lz4 > out2")) << err();
     EXPECT_EQ(read("out2"), data);
     // Linked blocks use the history: never larger than independent ones.
     EXPECT_LE(fs::file_size(path("linked.lz4")), fs::file_size(path("in.lz4")));
     // And the tool reads its own frames back, by suffix.
     fs::rename(path("in"), path("orig"));
-    ASSERT_EQ(0, run(kTool + " decompress in.lz4")) << stderr_text();
+    ASSERT_EQ(0, run(tool + " decompress in.lz4")) << err();
     EXPECT_EQ(read("in"), data);
     EXPECT_FALSE(fs::exists(path("in.lz4")));
     // An empty input is a frame with only the end mark.
     write("empty", {});
-    ASSERT_EQ(0, run(kTool + " compress -F lz4 -c empty > empty.lz4 && lz4 -d -c empty.lz4 > empty.out"));
+    ASSERT_EQ(0, run(tool + " compress -F lz4 -c empty > empty.lz4 && lz4 -d -c empty.lz4 > empty.out"));
     EXPECT_TRUE(read("empty.out").empty());
 }
 
@@ -88,7 +57,7 @@ TEST_F(Lz4Frame, Lz4CommandFramesDecodeWithTool) {
                                    "-9 -BD", "--no-frame-crc"}) {
         SCOPED_TRACE(opts);
         ASSERT_EQ(0, run("lz4 -q -f " + opts + " in made.lz4"));
-        ASSERT_EQ(0, run(kTool + " decompress -c made.lz4 > out")) << stderr_text();
+        ASSERT_EQ(0, run(tool + " decompress -c made.lz4 > out")) << err();
         EXPECT_EQ(read("out"), data);
     }
     // Several frames back to back, with a skippable frame between them.
@@ -97,7 +66,7 @@ TEST_F(Lz4Frame, Lz4CommandFramesDecodeWithTool) {
     write("p2", part2);
     ASSERT_EQ(0, run("lz4 -q -f p1 p1.lz4 && lz4 -q -f -BD p2 p2.lz4"));
     write("skip", {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'});
-    ASSERT_EQ(0, run("cat p1.lz4 skip p2.lz4 > multi.lz4 && " + kTool + " decompress -c multi.lz4 > out"));
+    ASSERT_EQ(0, run("cat p1.lz4 skip p2.lz4 > multi.lz4 && " + tool + " decompress -c multi.lz4 > out"));
     Bytes both = part1;
     both.insert(both.end(), part2.begin(), part2.end());
     EXPECT_EQ(read("out"), both);
@@ -112,29 +81,26 @@ TEST_F(Lz4Frame, DamagedFramesFailWithOffsetAndLeaveNoOutput) {
         const char* what;
         Bytes bytes;
     };
-    std::vector<Damage> cases;
-    Bytes b = good;
-    b.back() ^= 1;  // content checksum
-    cases.push_back({"content checksum", b});
-    b = good;
-    b[4] |= 0x02;  // reserved FLG bit
-    cases.push_back({"descriptor flag", b});
-    b = good;
-    b[6] ^= 0x40;  // header checksum
-    cases.push_back({"header checksum", b});
-    b = good;
-    b[200] ^= 0x10;  // inside the first block: its block checksum fails
-    cases.push_back({"block data", b});
-    cases.push_back({"truncated", Bytes(good.begin(), good.begin() + std::ptrdiff_t(good.size() / 2))});
-    cases.push_back({"bad magic", Bytes{1, 2, 3, 4, 5, 6, 7, 8}});
+    ASSERT_GT(good.size(), 400u);
+    auto damaged = [&](size_t at, uint8_t bits) {
+        Bytes b = good;
+        b.at(std::min(at, b.size() - 1)) ^= bits;
+        return b;
+    };
+    const std::vector<Damage> cases = {
+        {"content checksum", damaged(SIZE_MAX, 1)},
+        {"reserved FLG bit", damaged(4, 0x02)},
+        {"header checksum", damaged(6, 0x40)},
+        {"inside the first block: its block checksum fails", damaged(200, 0x10)},
+        {"truncated", nuxtest::head(good, good.size() / 2)},
+        {"bad magic", Bytes{1, 2, 3, 4, 5, 6, 7, 8}}};
     for (const Damage& d : cases) {
         SCOPED_TRACE(d.what);
         write("bad.lz4", d.bytes);
         fs::remove(path("bad"));
-        EXPECT_NE(0, run(kTool + " decompress -F lz4 bad.lz4"));
-        const std::string err = stderr_text();
-        EXPECT_NE(err.find("bad.lz4"), std::string::npos) << err;
-        EXPECT_NE(err.find("offset"), std::string::npos) << err;
+        EXPECT_NE(0, run(tool + " decompress -F lz4 bad.lz4"));
+        EXPECT_NE(err().find("bad.lz4"), std::string::npos) << err();
+        EXPECT_NE(err().find("offset"), std::string::npos) << err();
         EXPECT_FALSE(fs::exists(path("bad")));
         EXPECT_TRUE(fs::exists(path("bad.lz4")));
     }
