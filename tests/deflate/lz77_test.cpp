@@ -157,25 +157,30 @@ TEST(Lz77, LevelsAreTheirRows) {
     }
 }
 
-// Random bytes give no matches, so consumption shows the lookahead rule.
-TEST(Lz77, LookaheadAndFlush) {
-    for (int level : {0, 1, 6, 10, 19}) {
+// Random bytes give no matches, so consumption shows the lookahead rule and
+// the slot limit; the frequency tables count every symbol written.
+TEST(Lz77, LookaheadFlushAndSlots) {
+    const Bytes data = nuxtest::random_bytes(400, 7);
+    for (int level : {0, 1, 6, 9, 10, 19}) {
         SCOPED_TRACE(level);
-        const Bytes data = nuxtest::random_bytes(400, 7);
         struct Case {
             Nux32u len;
             int flush;
-            Nux32u left;
+            Nux32u left, slots;
         };
-        for (const Case& c : {Case{260, 0, 260}, Case{261, 0, 260}, Case{262, 0, 261}, Case{400, 0, 261},
-                              Case{400, 1, 261}, Case{400, 2, 0}, Case{5, 2, 0}, Case{1, 2, 0}}) {
+        for (const Case& c : {Case{260, 0, 260, 1000}, Case{261, 0, 260, 1000}, Case{262, 0, 261, 1000},
+                              Case{400, 0, 261, 1000}, Case{400, 1, 261, 1000}, Case{400, 2, 0, 1000},
+                              Case{5, 2, 0, 1000}, Case{1, 2, 0, 1000}, Case{400, 2, 399, 1}, Case{400, 2, 300, 100}}) {
             Parser p;
             const Nux8u* src = data.data();
             Nux32u len = c.len;
-            const int n = p.call(src, len, data.data(), 1000, level, c.flush);
-            EXPECT_EQ(len, c.left) << c.len << " flush " << c.flush;
+            const int n = p.call(src, len, data.data(), c.slots, level, c.flush);
+            EXPECT_EQ(len, c.left) << c.len << " flush " << c.flush << " slots " << c.slots;
             EXPECT_EQ(Nux32u(n), c.len - c.left);
             EXPECT_EQ(p.pos, c.len - c.left);
+            int counted = 0;
+            for (const auto& e : p.lit_freq) counted += e.code;
+            EXPECT_EQ(counted, n);
         }
     }
 }
@@ -194,20 +199,6 @@ TEST(Lz77, ExactlyTheMinimumLookaheadTakesAWholeMatch) {
         EXPECT_EQ(p.dist[0], 1);
         EXPECT_GE(p.lit[0] + 3, 250);
         EXPECT_EQ(261u - len, p.lit[0] + 3u);
-    }
-}
-
-TEST(Lz77, OneFreeSlotGivesOneSymbol) {
-    const Bytes data = nuxtest::compressible_bytes(5000, 3);
-    for (int level : {0, 1, 6, 9}) {
-        Parser p;
-        const Nux8u* src = data.data();
-        Nux32u len = 5000;
-        ASSERT_EQ(p.call(src, len, data.data(), 1, level, 2), 1);
-        EXPECT_EQ(len, 4999u);  // a literal at the first position
-        int counted = 0;
-        for (const auto& e : p.lit_freq) counted += e.code;
-        EXPECT_EQ(counted, 1);
     }
 }
 
