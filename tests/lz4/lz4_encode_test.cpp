@@ -91,7 +91,7 @@ TEST(Lz4Encode, ArgumentChecksInOrder) {
     EXPECT_EQ(NuxStatusSize, nuxsEncodeLZ4LoadDict_8u(t.bytes, src.data(), 0));
 }
 
-TEST(Lz4Encode, ShortSourcesAreOneLiteralRun) {
+TEST(Lz4Encode, ShortSourcesAreOneLiteralRunLongerRunsOneMatch) {
     Table t;
     for (size_t n = 1; n <= 29; ++n) {
         Bytes src(n, 'a');  // compressible, yet too short to search
@@ -105,24 +105,15 @@ TEST(Lz4Encode, ShortSourcesAreOneLiteralRun) {
         ASSERT_EQ(NuxStatusOk, nuxsEncodeLZ4Fast_8u(src.data(), int(n), out.data(), &len, t.bytes, 4));
         EXPECT_EQ(Bytes(out.begin(), out.begin() + len), want);
     }
-    // From 30 bytes the search runs: a run of one byte becomes a match.
-    const Bytes run(30, 'a');
-    const Bytes block = encode(run, t);
-    EXPECT_LT(block.size(), 20u);
-    EXPECT_EQ(peer_decode(block, run.size()), run);
-}
-
-TEST(Lz4Encode, RepeatedByteIsOneLongMatchAtOffsetOne) {
-    Table t;
-    const Bytes src(100000, 'x');
-    const Bytes block = encode(src, t);
-    // Token (1 literal, long match), 'x', offset 1, length bytes, closing run.
-    ASSERT_GE(block.size(), 4u);
-    EXPECT_EQ(block[0], 0x1F);
-    EXPECT_EQ(block[2], 1);
-    EXPECT_EQ(block[3], 0);
-    EXPECT_LE(block.size(), 1 + 1 + 2 + 100000 / 255 + 1 + 1 + 5 + 1);
-    EXPECT_EQ(peer_decode(block, src.size()), src);
+    // From 30 bytes the search runs: a run of one byte becomes one literal
+    // and one long match at offset 1, then the closing literal run.
+    for (size_t n : {30, 100000}) {
+        const Bytes run(n, 'a'), block = encode(run, t);
+        ASSERT_GE(block.size(), 4u);
+        EXPECT_EQ(Bytes(block.begin(), block.begin() + 4), (Bytes{0x1F, 'a', 1, 0})) << n;
+        EXPECT_LE(block.size(), 4 + n / 255 + 1 + 1 + 5) << n;
+        EXPECT_EQ(peer_decode(block, n), run);
+    }
 }
 
 TEST(Lz4Encode, TableWidthFollowsSourceLength) {
