@@ -24,13 +24,9 @@ Stream random_stream(size_t n, uint32_t seed) {
     std::mt19937 rng(seed);
     Stream s;
     for (size_t k = 0; k < n; ++k) {
-        if (rng() % 3 == 0) {
-            s.lit.push_back(uint8_t(rng()));
-            s.dist.push_back(0);
-        } else {
-            s.lit.push_back(uint8_t(rng() % 256));
-            s.dist.push_back(uint16_t(1 + (rng() % 4 == 0 ? rng() % 256 : rng() % 32767)));
-        }
+        const bool literal = rng() % 3 == 0;
+        s.lit.push_back(uint8_t(rng()));
+        s.dist.push_back(literal ? 0 : uint16_t(1 + (rng() % 4 == 0 ? rng() % 256 : rng() % 32767)));
     }
     return s;
 }
