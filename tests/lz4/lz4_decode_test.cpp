@@ -41,27 +41,8 @@ struct BlockWriter {
 
 Bytes text(const char* s) { return Bytes(s, s + std::strlen(s)); }
 
-// Reference: the block format decoded byte by byte.
-Bytes reference_decode(const Bytes& block, const Bytes& history = {}) {
-    Bytes out = history;
-    size_t i = 0;
-    while (i < block.size()) {
-        const unsigned token = block[i++];
-        size_t lit = token >> 4;
-        if (lit == 15)
-            for (uint8_t x = 255; x == 255;) lit += (x = block[i++]);
-        out.insert(out.end(), block.begin() + std::ptrdiff_t(i), block.begin() + std::ptrdiff_t(i + lit));
-        i += lit;
-        if (i == block.size()) break;
-        const size_t off = block[i] | size_t(block[i + 1]) << 8;
-        i += 2;
-        size_t len = (token & 15u) + 4;
-        if ((token & 15u) == 15)
-            for (uint8_t x = 255; x == 255;) len += (x = block[i++]);
-        for (size_t k = 0; k < len; ++k) out.push_back(out[out.size() - off]);
-    }
-    return Bytes(out.begin() + std::ptrdiff_t(history.size()), out.end());
-}
+// liblz4 is the reference decoder.
+Bytes reference_decode(const Bytes& block, const Bytes& dict = {}) { return nuxtest::lz4_decompress(block, 1 << 16, dict); }
 
 struct Decoded {
     NuxStatus status;
