@@ -54,21 +54,24 @@ struct ShortTables {
     NUX_INLINE static bool is_length(uint32_t e) { return ((e >> 4) & 15) - kKindLengthBase <= 5; }
     NUX_INLINE static bool is_sub(uint32_t) { return false; }
     NUX_INLINE static bool is_end(uint32_t e) { return ((e >> 4) & 15) == kKindEnd; }
-    // Bits of a literal or end-of-block entry.
+    // Bits of a literal or end-of-block entry, and the amount the fast loop
+    // subtracts from its bit count for them (see fast_loop_body).
     NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 15; }
+    NUX_INLINE static uint32_t charge(uint32_t e) { return e & 15; }
     NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 8); }
-    // The match length, and in `used` the code and extra bits it takes.
-    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used) {
+    // The match length; in `used` the code and extra bits it takes, in
+    // `charge` the amount the fast loop subtracts from its bit count.
+    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
         const uint32_t n = e & 15, extra = ((e >> 4) & 15) - kKindLengthBase;
-        used = n + extra;
+        used = charge = n + extra;
         return (e >> 8) + 3 + (uint32_t(bits >> n) & ((1u << extra) - 1));
     }
     // The distance, and in `used` the code and extra bits it takes; 0 when no
     // code matches (a hole of a lone one-bit code, or no distance codes).
-    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
+    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
         const uint32_t i = uint32_t(bits) & distMask;
         const uint32_t d = distBytes[i], n = d & 15, extra = d >> 4;
-        used = n + extra;
+        used = charge = n + extra;
         return distBase[i] + (uint32_t(bits >> n) & ((1u << extra) - 1));
     }
 };
@@ -92,12 +95,16 @@ struct GeneralTables {
         return (e & (kLitFlag | kSpecialFlag | kEndFlag)) == (kSpecialFlag | kEndFlag);
     }
     NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 63; }
+    // An entry's low byte is its bit count: subtracting the whole entry
+    // leaves the low byte of the fast loop's bit count right.
+    NUX_INLINE static uint32_t charge(uint32_t e) { return e; }
     NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 16); }
-    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used) {
-        used = e & 31;
+    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
+        used = e & 63;
+        charge = e;
         return (e >> 16) + uint32_t((bits & ((uint64_t(1) << used) - 1)) >> ((e >> 8) & 15));
     }
-    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used) const {
+    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
         // Indexed from the literal/length base with a constant offset, so that
         // the loop needs no register of its own for the distance table.
         constexpr size_t kD = kGeneralDistOffset / 4;
@@ -110,6 +117,7 @@ struct GeneralTables {
         // and the extra bits, the code's n bits are shifted out.
         const uint32_t total = e & 31, n = (e >> 8) & 15;
         used = total;
+        charge = e;
         return (e >> 16) + uint32_t((bits & ((uint64_t(1) << total) - 1)) >> n);
     }
 };
@@ -260,6 +268,10 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     const Tables t = tables;
     const uint8_t* in = s.in;
     uint64_t buf = s.buf;
+    // Only the low byte of `bits` is the count of valid bits: symbols are
+    // charged by subtracting their whole general-layout entry, whose low
+    // byte is their bit count, so that shifts can take the entry as it is
+    // (a 64-bit shift uses the low six bits of its count).
     uint32_t bits = s.bits;
     uint8_t* out = s.out;
     // Bytes of history in the destination before `out`: out - histBase.
@@ -269,8 +281,8 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     auto refill = [&] {
         uint64_t word;
         std::memcpy(&word, in, 8);
-        buf |= word << bits;
-        in += (63 - bits) >> 3;
+        buf |= word << (bits & 63);
+        in += ((bits & 63) ^ 63) >> 3;
         bits |= 56;
     };
 
@@ -295,12 +307,12 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
             // next symbol's lookup.
             *out++ = Tables::literal(e);
             buf >>= Tables::bits_of(e);
-            bits -= Tables::bits_of(e);
+            bits -= Tables::charge(e);
             e = t.first(buf);
             if (Tables::is_literal(e)) {
                 *out++ = Tables::literal(e);
                 buf >>= Tables::bits_of(e);
-                bits -= Tables::bits_of(e);
+                bits -= Tables::charge(e);
                 e = t.first(buf);
             }
             refill();  // keeps the low bits: `e` stays valid
@@ -312,7 +324,7 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                 if (Tables::is_literal(e)) {
                     *out++ = Tables::literal(e);
                     buf >>= Tables::bits_of(e);
-                    bits -= Tables::bits_of(e);
+                    bits -= Tables::charge(e);
                     refill();
                     e = t.first(buf);
                     continue;
@@ -321,34 +333,34 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
             if (!Tables::is_length(e)) {
                 if (Tables::is_end(e)) {
                     buf >>= Tables::bits_of(e);
-                    bits -= Tables::bits_of(e);
+                    bits -= Tables::charge(e);
                     exit = FastExit::kEnd;
                 }
                 goto done;
             }
         }
-        uint32_t lenBits;
-        const uint32_t len = Tables::length(e, buf, lenBits);
+        uint32_t lenBits, lenCharge;
+        const uint32_t len = Tables::length(e, buf, lenBits, lenCharge);
         // The length takes at most 20 of the 56 bits: the distance (at most
         // 28 bits) is decoded from what is left, while a refill that does
         // not touch those bits runs alongside.
         uint64_t rest = buf >> lenBits;
-        uint32_t used;
-        const uint32_t dist = t.dist(rest, used);
+        uint32_t used, distCharge;
+        const uint32_t dist = t.dist(rest, used, distCharge);
         // One test for both: dist 0 (no code) wraps to the largest value.
         if (uint64_t(dist) - 1 >= uint64_t(uintptr_t(out) - histBase)) goto done;
-        bits -= lenBits;
+        bits -= lenCharge;
         {
             uint64_t word;
             std::memcpy(&word, in, 8);
-            rest |= word << bits;
-            in += (63 - bits) >> 3;
+            rest |= word << (bits & 63);
+            in += ((bits & 63) ^ 63) >> 3;
             bits |= 56;
         }
         // At least 28 bits remain after the distance: the next symbol's
         // lookup needs no refill first, the refill again runs alongside it.
-        buf = rest >> used;
-        bits -= used;
+        buf = rest >> (distCharge & 63);  // the whole entry, see `bits`
+        bits -= distCharge;
         e = t.first(buf);
         refill();
         copy_match_fast(out, len, dist);
@@ -357,7 +369,7 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
 done:
     s.in = in;
     s.buf = buf;
-    s.bits = bits;
+    s.bits = bits & 0xFF;
     s.out = out;
     return exit;
 }
@@ -450,11 +462,11 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
         }
         if (!Tables::is_length(e)) goto bad;
         {
-            uint32_t lenBits, used;
-            const uint32_t len = Tables::length(e, s.buf, lenBits);
+            uint32_t lenBits, used, charge;
+            const uint32_t len = Tables::length(e, s.buf, lenBits, charge);
             if (lenBits > s.bits) goto need_input;
             if (len < uint32_t(rfc1951::kMinMatch) || len > uint32_t(rfc1951::kMaxMatch)) goto bad;
-            const uint32_t dist = t.dist(s.buf >> lenBits, used);
+            const uint32_t dist = t.dist(s.buf >> lenBits, used, charge);
             if (dist == 0) goto bad;
             if (lenBits + used > s.bits) goto need_input;
             s.consume(lenBits + used);
