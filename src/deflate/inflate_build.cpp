@@ -166,14 +166,16 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
 bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const CodeSet& lit, const CodeSet& dist,
                    Nux8u* area) {
     zero_bytes(area, kTableBytes);
-    uint32_t* litTable = reinterpret_cast<uint32_t*>(area);
+    uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
     uint32_t* distTable = reinterpret_cast<uint32_t*>(area + kGeneralDistOffset);
     if (lit.used == 1)  // the lone one-bit code: odd indices are no code
         replicate(litTable, 1, 1, kLitRootEntries, kGeneralInvalid);
     const bool litOk = build_general_alphabet<kLitRootBits>(
         lens, nLitLen, lit, litTable, kGeneralLitLenEntries,
-        [](uint32_t offset, uint32_t width) { return (offset << 16) | kSpecialFlag | kSubTableFlag | (width << 8); },
-        [](uint32_t* t, unsigned s, unsigned len, uint32_t r) {
+        [](uint32_t offset, uint32_t width) {
+            return uint16_t(((offset / 2) << 8) | kSpecialFlag | kSubTableFlag | width);
+        },
+        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
             replicate(t, r, len, kLitRootEntries, general_litlen_entry(s, len));
         },
         [](unsigned s, unsigned len) { return general_litlen_entry(s, len); });

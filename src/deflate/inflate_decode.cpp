@@ -57,6 +57,7 @@ struct ShortTables {
     // Bits of a literal or end-of-block entry, and the amount the fast loop
     // subtracts from its bit count for them (see fast_loop_body).
     NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 15; }
+    NUX_INLINE static uint32_t end_bits(uint32_t e) { return e & 15; }
     NUX_INLINE static uint32_t charge(uint32_t e) { return e & 15; }
     NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 8); }
     // The match length; in `used` the code and extra bits it takes, in
@@ -77,14 +78,14 @@ struct ShortTables {
 };
 
 struct GeneralTables {
-    const uint32_t* lit;  // the distance table follows at kGeneralDistOffset
+    const uint16_t* lit;  // the distance table follows at kGeneralDistOffset
 
     static constexpr bool kSubTables = true;
     NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kLitRootEntries - 1)]; }
     // Resolves a second-level reference, which the fast loop meets only off
     // its literal path.
     NUX_INLINE uint32_t second(uint32_t e, uint64_t bits) const {
-        return lit[kLitRootEntries + (e >> 16) + ((uint32_t(bits) >> kLitRootBits) & ((1u << ((e >> 8) & 15)) - 1))];
+        return lit[kLitRootEntries + ((e >> 8) << 1) + ((uint32_t(bits) >> kLitRootBits) & ((1u << (e & 15)) - 1))];
     }
     NUX_INLINE static bool is_literal(uint32_t e) { return e & kLitFlag; }
     NUX_INLINE static bool is_length(uint32_t e) { return !(e & (kLitFlag | kSpecialFlag)); }
@@ -94,24 +95,29 @@ struct GeneralTables {
     NUX_INLINE static bool is_end(uint32_t e) {
         return (e & (kLitFlag | kSpecialFlag | kEndFlag)) == (kSpecialFlag | kEndFlag);
     }
+    // Bits of a literal entry, and of an end-of-block entry.
     NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 63; }
-    // An entry's low byte is its bit count: subtracting the whole entry
-    // leaves the low byte of the fast loop's bit count right.
+    NUX_INLINE static uint32_t end_bits(uint32_t e) { return e & 15; }
+    // The low six bits of a literal or length entry are its bit count:
+    // subtracting the whole entry leaves the low six bits of the fast loop's
+    // bit count right.
     NUX_INLINE static uint32_t charge(uint32_t e) { return e; }
-    NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 16); }
+    NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 8); }
     NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
         used = e & 63;
         charge = e;
-        return (e >> 16) + uint32_t((bits & ((uint64_t(1) << used) - 1)) >> ((e >> 8) & 15));
+        const uint32_t t = e & 31, extra = e >> 13;
+        return rfc1951::kLengthBase[(e >> 8) & 31] + uint32_t((bits & ((uint64_t(1) << t) - 1)) >> (t - extra));
     }
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
         // Indexed from the literal/length base with a constant offset, so that
         // the loop needs no register of its own for the distance table.
         constexpr size_t kD = kGeneralDistOffset / 4;
-        uint32_t e = lit[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
+        const uint32_t* d = reinterpret_cast<const uint32_t*>(lit);
+        uint32_t e = d[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
         if (e & kDistSubTable) [[unlikely]]
-            e = lit[kD + kDistRootEntries + (e >> 16) +
-                    ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
+            e = d[kD + kDistRootEntries + (e >> 16) +
+                  ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
         // One formula for folded and plain entries alike (which of the two a
         // distance hits is as good as random): the low t bits hold the code
         // and the extra bits, the code's n bits are shifted out.
@@ -268,10 +274,10 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     const Tables t = tables;
     const uint8_t* in = s.in;
     uint64_t buf = s.buf;
-    // Only the low byte of `bits` is the count of valid bits: symbols are
-    // charged by subtracting their whole general-layout entry, whose low
-    // byte is their bit count, so that shifts can take the entry as it is
-    // (a 64-bit shift uses the low six bits of its count).
+    // Only the low six bits of `bits` are the count of valid bits (at most
+    // 63): symbols are charged by subtracting their whole general-layout
+    // entry, whose low six bits are their bit count, so that shifts can take
+    // the entry as it is (a 64-bit shift uses the low six bits of its count).
     uint32_t bits = s.bits;
     uint8_t* out = s.out;
     // Bytes of history in the destination before `out`: out - histBase.
@@ -332,8 +338,8 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
             }
             if (!Tables::is_length(e)) {
                 if (Tables::is_end(e)) {
-                    buf >>= Tables::bits_of(e);
-                    bits -= Tables::charge(e);
+                    buf >>= Tables::end_bits(e);
+                    bits -= Tables::end_bits(e);
                     exit = FastExit::kEnd;
                 }
                 goto done;
@@ -369,7 +375,7 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
 done:
     s.in = in;
     s.buf = buf;
-    s.bits = bits & 0xFF;
+    s.bits = bits & 63;
     s.out = out;
     return exit;
 }
@@ -455,8 +461,8 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
             continue;
         }
         if (Tables::is_end(e)) {
-            if (Tables::bits_of(e) > s.bits) goto need_input;
-            s.consume(Tables::bits_of(e));
+            if (Tables::end_bits(e) > s.bits) goto need_input;
+            s.consume(Tables::end_bits(e));
             mode = kModeEndOfBlock;
             return NuxStatusOk;
         }
@@ -529,7 +535,7 @@ NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux
         t.distMask = (1u << dmax) - 1;
         status = decode(t, s, st, mode);
     } else if (st->kind == kLayoutGeneral) {
-        GeneralTables t{reinterpret_cast<const uint32_t*>(st->table)};
+        GeneralTables t{reinterpret_cast<const uint16_t*>(st->table)};
         status = decode(t, s, st, mode);
     } else {
         GeneralTables t{kFixedTables.litlen};

@@ -14,21 +14,21 @@
 // distance base table (16-bit) at kShortDistBaseOffset.
 //
 // General layout (kind 1, and the fixed codes): literal/length table of
-// 32-bit entries, a first level of 1024 entries (10 bits) followed by its
+// 16-bit entries, a first level of 2048 entries (11 bits) followed by its
 // second-level tables; distance table of 32-bit entries at kGeneralDistOffset,
 // a first level of 256 entries (8 bits) followed by its second-level tables.
 // Literal/length entries:
-//   bits 0-7    t, the bits to consume (code length, plus the extra bits of a
-//               length symbol)
-//   bits 8-11   n, the code length; for a second-level reference the index
-//               width of its table
-//   bit 15      literal: bits 16-23 the byte
-//   bit 14      special: bit 12 a second-level reference
-//               (bits 16-31 its offset in entries after the first level),
-//               bit 13 end of block, neither an invalid code (a hole of a lone
-//               one-bit code, or symbol 286/287)
-//   neither     length symbol: the length is base + ((low t bits) >> n),
-//               base (3..258) in bits 16-31
+//   bit 7       literal: bits 0-3 n, the code length; bits 8-15 the byte
+//   bit 6       special: bit 4 a second-level reference (bits 0-3 its index
+//               width, bits 8-15 its offset in entries after the first level
+//               divided by two), bit 5 end of block (bits 0-3 n), neither an
+//               invalid code (a hole of a lone one-bit code, symbol 286/287)
+//   neither     length symbol: bits 0-4 t, the code length plus the extra
+//               bits; bits 8-12 the length code (symbol - 257), bits 13-15
+//               the extra-bit count e; the length is base + ((low t bits)
+//               >> (t - e))
+// In literal and length entries bit 5 is clear: the low six bits are the
+// bits the symbol takes, so the decoder can shift by the entry itself.
 // Distance entries:
 //   bit 15 set     second-level reference: bits 0-3 index width, bits 16-31
 //                  offset in entries after the first level
@@ -57,17 +57,20 @@ inline constexpr size_t kShortDistBaseOffset = kShortDistByteOffset + (1u << kSh
 inline constexpr size_t kTableBytes = sizeof(NuxInflateHuffTable::table);
 static_assert(kShortDistBaseOffset + (2u << kShortMaxDistBits) <= kTableBytes);
 
-// Sizes: a complete code of 288 symbols with a 10-bit first level needs at
-// most 1334 entries in all, one of 32 symbols with an 8-bit first level at
+// Sizes: a complete code of 288 symbols with an 11-bit first level needs at
+// most 2342 entries in all, one of 32 symbols with an 8-bit first level at
 // most 402 (the worst cases over all complete canonical codes of lengths
-// <= 15: long codes take the end of the code space in order of length).
-inline constexpr unsigned kLitRootBits = 10, kDistRootBits = 8;
+// <= 15: long codes take the end of the code space in order of length). The
+// literal/length capacity keeps every second-level offset below 512, so that
+// it fits its entry as offset / 2 in 8 bits.
+inline constexpr unsigned kLitRootBits = 11, kDistRootBits = 8;
 inline constexpr size_t kLitRootEntries = size_t(1) << kLitRootBits;
 inline constexpr size_t kDistRootEntries = size_t(1) << kDistRootBits;
-inline constexpr size_t kGeneralLitLenEntries = 1334;
-inline constexpr size_t kGeneralDistOffset = 4 * kGeneralLitLenEntries;              // 5336
-inline constexpr size_t kGeneralDistEntries = (kTableBytes - kGeneralDistOffset) / 4;  // 458
+inline constexpr size_t kGeneralLitLenEntries = 2342;
+inline constexpr size_t kGeneralDistOffset = 2 * kGeneralLitLenEntries;              // 4684
+inline constexpr size_t kGeneralDistEntries = (kTableBytes - kGeneralDistOffset) / 4;  // 621
 static_assert(kGeneralDistEntries >= 402 && kGeneralDistOffset % 4 == 0);
+static_assert(kGeneralLitLenEntries - kLitRootEntries < 512);
 
 // A distance entry: `total` bits consumed, `n` of them the code, `base`.
 constexpr uint32_t dist_entry(uint32_t base, unsigned n, unsigned total) {
@@ -79,7 +82,7 @@ inline constexpr uint32_t kDistSubTable = 0x8000;
 inline constexpr uint32_t kKindLiteral = 0, kKindInvalid = 2, kKindLengthBase = 8, kKindEnd = 15;
 
 // General-layout literal/length flags.
-inline constexpr uint32_t kLitFlag = 0x8000, kSpecialFlag = 0x4000, kSubTableFlag = 0x1000, kEndFlag = 0x2000;
+inline constexpr uint32_t kLitFlag = 0x80, kSpecialFlag = 0x40, kSubTableFlag = 0x10, kEndFlag = 0x20;
 
 // The header words that the decoder keeps its sub-state in.
 static_assert(offsetof(NuxInflateHuffTable, kind) == 12 && offsetof(NuxInflateHuffTable, subState) == 24 &&
@@ -100,16 +103,16 @@ constexpr uint16_t short_litlen_entry(unsigned symbol, unsigned n) {
 
 // General-layout literal/length entry of `symbol` with code length n;
 // symbols 286 and 287 are invalid.
-constexpr uint32_t general_litlen_entry(unsigned symbol, unsigned n) {
-    if (symbol < 256) return (symbol << 16) | kLitFlag | (n << 8) | n;
-    if (symbol == 256) return kSpecialFlag | kEndFlag | (n << 8) | n;
+constexpr uint16_t general_litlen_entry(unsigned symbol, unsigned n) {
+    if (symbol < 256) return uint16_t((symbol << 8) | kLitFlag | n);
+    if (symbol == 256) return uint16_t(kSpecialFlag | kEndFlag | n);
     if (symbol < 286) {
-        const unsigned i = symbol - 257;
-        return (uint32_t(rfc1951::kLengthBase[i]) << 16) | (n << 8) | (n + rfc1951::kLengthExtra[i]);
+        const unsigned code = symbol - 257, extra = rfc1951::kLengthExtra[code];
+        return uint16_t((extra << 13) | (code << 8) | (n + extra));
     }
-    return kSpecialFlag | (n << 8) | n;
+    return uint16_t(kSpecialFlag | n);
 }
-inline constexpr uint32_t kGeneralInvalid = kSpecialFlag | (1 << 8) | 1;
+inline constexpr uint16_t kGeneralInvalid = kSpecialFlag | 1;
 
 // Reverses the low n bits of `code` (n <= 15).
 constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
@@ -122,7 +125,7 @@ constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
 // is at most 9 bits long, so the first levels are the whole tables. Symbols
 // 286/287 and distances 30/31 have codes but are invalid in data.
 struct FixedTables {
-    uint32_t litlen[kGeneralLitLenEntries];  // the first level only is used
+    uint16_t litlen[kGeneralLitLenEntries];  // the first level only is used
     uint32_t dist[kDistRootEntries];         // kGeneralDistOffset bytes after litlen
 };
 static_assert(offsetof(FixedTables, dist) == kGeneralDistOffset);
