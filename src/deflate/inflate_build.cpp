@@ -3,6 +3,7 @@
 // inflate_tables.h.
 #include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "core/args.h"
 #include "core/memory.h"
@@ -112,53 +113,62 @@ void build_short(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const Cod
 
 // Fills one alphabet of the general layout: a first level of 2^kRoot
 // entries followed by second-level tables, one per kRoot-bit prefix of the
-// longer codes, each as wide as the longest code below its prefix. `ref`
-// makes the reference entry of a second-level table, `root` fills the first
-// level for a short code, `leaf` makes the entry of a long code. Returns false
-// if the second levels do not fit (impossible for the complete sets that
-// reach here, see the capacities in inflate_tables.h).
-template <unsigned kRoot, typename T, typename Ref, typename Root, typename Leaf>
+// longer codes, each as wide as the longest code below its prefix. `leaf`
+// makes the entry of a symbol, `ref` the reference entry of a second-level
+// table. The first level is filled by `root` per symbol when given, else by
+// doubling: after the codes of length n are placed, the 2^n entries filled
+// so far are copied behind themselves (an index's bits above n do not change
+// its code), so each short code is written once. Returns false if the second
+// levels do not fit (impossible for the complete sets that reach here, see
+// the capacities in inflate_tables.h).
+template <unsigned kRoot, typename T, typename Ref, typename Leaf, typename Root = std::nullptr_t>
 bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, T* t, size_t capacity, Ref ref,
-                            Root root, Leaf leaf) {
+                            Leaf leaf, Root root = nullptr) {
     constexpr uint32_t kEntries = 1u << kRoot;
-    uint32_t next[16];
-    first_codes(set, next);
-    uint8_t subBits[kEntries] = {};
-    uint16_t subOffset[kEntries];
-    if (set.maxLen > kRoot) {
-        uint32_t probe[16];
-        std::memcpy(probe, next, sizeof probe);
-        for (unsigned s = 0; s < n; ++s) {
-            const unsigned len = lens[s];
-            if (len <= kRoot) {
-                if (len) ++probe[len];
-                continue;
-            }
-            const uint32_t prefix = reversed(probe[len]++, len) & (kEntries - 1);
-            if (len - kRoot > subBits[prefix]) subBits[prefix] = uint8_t(len - kRoot);
-        }
-        size_t used = kEntries;
-        for (uint32_t p = 0; p < kEntries; ++p) {
-            if (!subBits[p]) continue;
-            if (used + (size_t(1) << subBits[p]) > capacity) return false;
-            subOffset[p] = uint16_t(used - kEntries);
-            t[p] = ref(subOffset[p], subBits[p]);
-            used += size_t(1) << subBits[p];
-        }
+    // Symbols in canonical order (by length, then by symbol) and their codes.
+    uint16_t order[288];
+    uint32_t codes[288];
+    unsigned start[17] = {}, at[17];
+    for (unsigned len = 1; len < 16; ++len) start[len + 1] = start[len] + set.count[len];
+    std::memcpy(at, start, sizeof at);
+    for (unsigned s = 0; s < n; ++s)
+        if (lens[s]) order[at[lens[s]]++] = uint16_t(s);
+    uint32_t first[16];
+    first_codes(set, first);
+    for (unsigned k = 0; k < set.used; ++k) {
+        const unsigned len = lens[order[k]];
+        codes[k] = first[len] + (k - start[len]);
     }
-    for (unsigned s = 0; s < n; ++s) {
-        const unsigned len = lens[s];
-        if (!len) continue;
-        const uint32_t r = reversed(next[len]++, len);
-        if (len <= kRoot) {
-            root(t, s, len, r);
-        } else {
-            const uint32_t prefix = r & (kEntries - 1);
-            T* sub = t + kEntries + subOffset[prefix];
-            const uint32_t subSize = 1u << subBits[prefix], step = 1u << (len - kRoot);
-            const T e = leaf(s, len);
-            for (uint32_t i = r >> kRoot; i < subSize; i += step) sub[i] = e;
+
+    unsigned k = 0;
+    if constexpr (std::is_same_v<Root, std::nullptr_t>) {
+        for (unsigned len = 1; len <= kRoot; ++len) {
+            if (len > 1) copy_bytes(t, t + (1u << (len - 1)), int(sizeof(T) << (len - 1)));
+            for (; k < set.used && lens[order[k]] == len; ++k)
+                t[reversed(codes[k], len)] = leaf(order[k], len);
         }
+    } else {
+        for (; k < set.used && lens[order[k]] <= kRoot; ++k)
+            root(t, order[k], lens[order[k]], reversed(codes[k], lens[order[k]]));
+    }
+    // Longer codes follow in canonical order; consecutive ones that share
+    // their first kRoot bits make up one second-level table, as wide as the
+    // last of them is long.
+    size_t used = kEntries;
+    while (k < set.used) {
+        const auto prefix = [&](unsigned i) { return codes[i] >> (lens[order[i]] - kRoot); };
+        unsigned end = k + 1;
+        while (end < set.used && prefix(end) == prefix(k)) ++end;
+        const unsigned width = lens[order[end - 1]] - kRoot;
+        if (used + (size_t(1) << width) > capacity) return false;
+        t[reversed(prefix(k), kRoot)] = ref(uint32_t(used - kEntries), width);
+        T* sub = t + used;
+        for (; k < end; ++k) {
+            const unsigned len = lens[order[k]];
+            const T e = leaf(order[k], len);
+            for (uint32_t i = reversed(codes[k], len) >> kRoot; i < (1u << width); i += 1u << (len - kRoot)) sub[i] = e;
+        }
+        used += size_t(1) << width;
     }
     return true;
 }
@@ -168,15 +178,12 @@ bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const C
     zero_bytes(area, kTableBytes);
     uint16_t* litTable = reinterpret_cast<uint16_t*>(area);
     uint32_t* distTable = reinterpret_cast<uint32_t*>(area + kGeneralDistOffset);
-    if (lit.used == 1)  // the lone one-bit code: odd indices are no code
-        replicate(litTable, 1, 1, kLitRootEntries, kGeneralInvalid);
+    // The lone one-bit code: index 1, and all it is copied to, is no code.
+    litTable[0] = litTable[1] = kGeneralInvalid;
     const bool litOk = build_general_alphabet<kLitRootBits>(
         lens, nLitLen, lit, litTable, kGeneralLitLenEntries,
         [](uint32_t offset, uint32_t width) {
             return uint16_t(((offset / 2) << 8) | kSpecialFlag | kSubTableFlag | width);
-        },
-        [](uint16_t* t, unsigned s, unsigned len, uint32_t r) {
-            replicate(t, r, len, kLitRootEntries, general_litlen_entry(s, len));
         },
         [](unsigned s, unsigned len) { return general_litlen_entry(s, len); });
     if (!litOk) return false;
@@ -185,6 +192,7 @@ bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const C
     return build_general_alphabet<kDistRootBits>(
         lens + nLitLen, nDist, dist, distTable, kGeneralDistEntries,
         [](uint32_t offset, uint32_t width) { return (offset << 16) | kDistSubTable | width; },
+        [](unsigned s, unsigned len) { return dist_entry(rfc1951::kDistBase[s], len, len + rfc1951::kDistExtra[s]); },
         [](uint32_t* t, unsigned s, unsigned len, uint32_t r) {
             const unsigned extra = rfc1951::kDistExtra[s], total = len + extra;
             if (total <= kDistRootBits) {
@@ -195,8 +203,7 @@ bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const C
                 for (uint32_t i = r; i < kDistRootEntries; i += 1u << len)
                     t[i] = dist_entry(rfc1951::kDistBase[s], len, total);
             }
-        },
-        [](unsigned s, unsigned len) { return dist_entry(rfc1951::kDistBase[s], len, len + rfc1951::kDistExtra[s]); });
+        });
 }
 
 NuxStatus build_huff_table(const Nux16u* lens, unsigned nLitLen, unsigned nDist, NuxInflateHuffTable* table) {
