@@ -111,6 +111,17 @@ void build_short(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const Cod
     }
 }
 
+// Copies the first `half` entries behind themselves, 32 bytes at a time.
+template <typename T>
+inline void double_filled(T* t, size_t half) {
+    constexpr size_t kPer32 = 32 / sizeof(T);
+    if (half < kPer32) {
+        for (size_t i = 0; i < half; ++i) t[half + i] = t[i];
+        return;
+    }
+    for (size_t i = 0; i < half; i += kPer32) std::memcpy(t + half + i, t + i, 32);
+}
+
 // Fills one alphabet of the general layout: a first level of 2^kRoot
 // entries followed by second-level tables, one per kRoot-bit prefix of the
 // longer codes, each as wide as the longest code below its prefix. `leaf`
@@ -143,7 +154,7 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
     unsigned k = 0;
     if constexpr (std::is_same_v<Root, std::nullptr_t>) {
         for (unsigned len = 1; len <= kRoot; ++len) {
-            if (len > 1) copy_bytes(t, t + (1u << (len - 1)), int(sizeof(T) << (len - 1)));
+            if (len > 1) double_filled(t, size_t(1) << (len - 1));
             for (; k < set.used && lens[order[k]] == len; ++k)
                 t[reversed(codes[k], len)] = leaf(order[k], len);
         }
