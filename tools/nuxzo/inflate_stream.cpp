@@ -218,6 +218,12 @@ struct Reader::Impl {
         Nux16u lens[286 + 30] = {};
         const uint32_t total = nLitLen + nDist;
         for (uint32_t i = 0; i < total;) {
+            // A code and its extra bits take at most 14 bits: topped up here,
+            // the bit-exact need() below and in take() rarely has to read.
+            while (bits <= 24 && in != inEnd) {
+                code |= uint32_t(*in++) << bits;
+                bits += 8;
+            }
             uint32_t e = clTable[code & 127];
             while ((e & 7) > bits) {
                 need(bits + 1);
