@@ -8,8 +8,10 @@
 //    it holds 56..63 bits, enough for the longest symbol (15 + 5 length bits,
 //    15 + 13 distance bits);
 //  - table entries carry everything a symbol needs (bits to consume, kind,
-//    literal or length base; the short distance codes of the general layout
-//    even carry the finished distance);
+//    literal, length code; the short distance codes of the general layout
+//    even carry the finished distance), and a general-layout entry's low six
+//    bits are its bit count, so the buffer is shifted by the entry itself:
+//    the chain from one symbol's lookup to the next holds no masking;
 //  - while at least kFastRoom bytes of output room remain, matches are copied
 //    in 32-, 16- or 8-byte words that may run past the match end (into room
 //    that the next symbols overwrite).
