@@ -13,7 +13,9 @@ namespace nux::inflate {
 namespace {
 
 struct CodeSet {
-    unsigned count[16] = {};
+    unsigned count[16] = {};  // codes of each length; count[0]: absent symbols
+    unsigned firstHalf[16] = {};  // the same for the symbols below half = n / 2
+    unsigned half = 0;
     unsigned maxLen = 0;
     unsigned used = 0;
 };
@@ -22,16 +24,28 @@ struct CodeSet {
 // incomplete. Deflate encoders emit a single one-bit code when an alphabet
 // has only one symbol in use, so that one incomplete set is accepted.
 // `allowEmpty`: a set without any code passes (distances of a block without
-// matches).
+// matches). The two halves of the symbols are counted apart: two chains of
+// increments through memory instead of one, and the halves' counts let the
+// canonical sort run as two chains too.
 bool check_set(const Nux16u* lens, unsigned n, bool allowEmpty, CodeSet& s) {
-    for (unsigned i = 0; i < n; ++i) {
-        if (lens[i] > 15) return false;
-        if (lens[i]) {
-            ++s.count[lens[i]];
-            ++s.used;
-            if (lens[i] > s.maxLen) s.maxLen = lens[i];
-        }
+    unsigned second[16] = {}, bad = 0;
+    s.half = n / 2;
+    for (unsigned i = 0; i < s.half; ++i) {
+        const unsigned a = lens[i], b = lens[s.half + i];
+        bad |= a | b;
+        ++s.firstHalf[a & 15];
+        ++second[b & 15];
     }
+    if (n & 1) {
+        bad |= lens[n - 1];
+        ++second[lens[n - 1] & 15];
+    }
+    if (bad > 15) return false;
+    for (unsigned len = 0; len < 16; ++len) {
+        s.count[len] = s.firstHalf[len] + second[len];
+        if (len && s.count[len]) s.maxLen = len;
+    }
+    s.used = n - s.count[0];
     if (s.used == 0) return allowEmpty;
     // left = code space used at depth n, in units of 2^-n.
     uint32_t left = 0;
@@ -137,13 +151,23 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
                             Leaf leaf, Root root = nullptr) {
     constexpr uint32_t kEntries = 1u << kRoot;
     // Symbols in canonical order (by length, then by symbol) and their codes.
+    // Absent symbols are sorted behind all others; each half of the symbols
+    // has its own insertion points.
     uint16_t order[288];
     uint32_t codes[288];
-    unsigned start[17] = {}, at[17];
-    for (unsigned len = 1; len < 16; ++len) start[len + 1] = start[len] + set.count[len];
-    std::memcpy(at, start, sizeof at);
-    for (unsigned s = 0; s < n; ++s)
-        if (lens[s]) order[at[lens[s]]++] = uint16_t(s);
+    unsigned start[16], atFirst[16], atSecond[16];
+    start[1] = 0;
+    for (unsigned len = 1; len < 15; ++len) start[len + 1] = start[len] + set.count[len];
+    start[0] = set.used;
+    for (unsigned len = 0; len < 16; ++len) {
+        atFirst[len] = start[len];
+        atSecond[len] = start[len] + set.firstHalf[len];
+    }
+    for (unsigned i = 0; i < set.half; ++i) {
+        order[atFirst[lens[i]]++] = uint16_t(i);
+        order[atSecond[lens[set.half + i]]++] = uint16_t(set.half + i);
+    }
+    if (n & 1) order[atSecond[lens[n - 1]]++] = uint16_t(n - 1);
     uint32_t first[16];
     first_codes(set, first);
     for (unsigned k = 0; k < set.used; ++k) {
