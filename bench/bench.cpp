@@ -1,5 +1,7 @@
 #include "bench.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cmath>
 #include <chrono>
@@ -152,6 +154,20 @@ std::vector<Input> embedded_sample() {
             for (int k = 0; k < 4; ++k) binary.data.push_back(uint8_t(f >> (8 * k)));
     }
     return {std::move(text), std::move(binary)};
+}
+
+size_t zlib_raw_deflate(const Bytes& in, int level, Bytes& out) {
+    z_stream z{};
+    deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+    out.resize(deflateBound(&z, uLong(in.size())) + 16);
+    z.next_in = const_cast<Bytef*>(in.data());
+    z.avail_in = uInt(in.size());
+    z.next_out = out.data();
+    z.avail_out = uInt(out.size());
+    deflate(&z, Z_FINISH);
+    const size_t n = z.total_out;
+    deflateEnd(&z);
+    return n;
 }
 
 }  // namespace nuxbench

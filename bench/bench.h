@@ -69,6 +69,11 @@ void run_all(Session& session, const std::string& filter);
 // structured binary data, deterministic.
 std::vector<Input> embedded_sample();
 
+// zlib's raw Deflate (no wrapper) of `in` at `level` into `out`, resized to
+// zlib's bound; returns the compressed size. Shared by the sections that
+// compress with zlib or decode its streams.
+size_t zlib_raw_deflate(const Bytes& in, int level, Bytes& out);
+
 // Peer libraries this build lacks (Debian package names), for the header line.
 std::vector<std::string> missing_peers();
 

@@ -2,7 +2,6 @@
 // size (output as a share of the input) and MB/s on the corpus total, whole
 // buffers in raw Deflate (no container, so no checksum on either side). Our
 // side is the tool's own stream writer (tools/nuxzo/deflate_stream.h).
-#include <zlib.h>
 
 #include <iterator>
 #include <vector>
@@ -30,19 +29,7 @@ size_t ours(const Bytes& in, int level) {
 }
 
 Contender zlib_level(const Bytes& in, Bytes& out, int level) {
-    return {"zlib -" + std::to_string(level), [&in, &out, level] {
-                z_stream z{};
-                deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
-                out.resize(deflateBound(&z, uLong(in.size())) + 16);
-                z.next_in = const_cast<Bytef*>(in.data());
-                z.avail_in = uInt(in.size());
-                z.next_out = out.data();
-                z.avail_out = uInt(out.size());
-                deflate(&z, Z_FINISH);
-                const size_t n = z.total_out;
-                deflateEnd(&z);
-                return n;
-            }};
+    return {"zlib -" + std::to_string(level), [&in, &out, level] { return nuxbench::zlib_raw_deflate(in, level, out); }};
 }
 
 #ifdef NUXZO_HAVE_DEFLATE

@@ -20,16 +20,8 @@ using nuxbench::Bytes;
 using nuxbench::Contender;
 
 Bytes zlib_raw6(const Bytes& in) {
-    z_stream z{};
-    deflateInit2(&z, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
-    Bytes out(deflateBound(&z, uLong(in.size())) + 16);
-    z.next_in = const_cast<Bytef*>(in.data());
-    z.avail_in = uInt(in.size());
-    z.next_out = out.data();
-    z.avail_out = uInt(out.size());
-    deflate(&z, Z_FINISH);
-    out.resize(z.total_out);
-    deflateEnd(&z);
+    Bytes out;
+    out.resize(nuxbench::zlib_raw_deflate(in, 6, out));
     return out;
 }
 
