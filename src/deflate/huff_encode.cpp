@@ -75,57 +75,89 @@ BitWriter<uint32_t> code_short(const Nux8u* lit, const Nux16u* dist, Nux32u coun
     return w;
 }
 
-struct Merged {
+// A literal's code, or a length code joined with its extra bits.
+struct Field {
     uint32_t value;
     uint32_t bits;
 };
 
-// From 2048 symbols the cost of building two merged tables pays off: every
-// length, and every distance up to 256, is one look-up of its code already
-// joined with its extra bits (at most 15 + 5 and 15 + 7 bits).
+// A distance code with its extra bits: the field of distance d is
+// value | (d - base) << shift, `bits` long. Up to 256 there is one entry per
+// distance with the extra bits already in `value` (base = d); above, one
+// entry per (d - 1) >> 7 with the code in `value`.
+struct DistField {
+    uint32_t value;
+    uint8_t shift, bits;
+    uint16_t base;
+};
+
+// Index of distance d in the distance-field table, as RFC 1951's distance
+// code map is indexed. Distances are taken modulo 32768, so that even an
+// invalid value stays inside the table.
+inline unsigned dist_index(uint32_t d) {
+    const uint32_t dm1 = (d - 1) & 0x7FFF, far = dm1 > 255;
+    return (dm1 >> (far * 7)) + (far << 8);
+}
+
+// From 2048 symbols the cost of building merged tables pays off. Literals
+// and lengths share one table (a length's code already joined with its extra
+// bits, at most 15 + 5 bits), and every distance is one look-up of its code
+// and extra bits, so a whole symbol becomes one field of at most 48 bits
+// (15 + 5 + 15 + 13) and no step branches on the data: literal or match, and
+// whether the 64-bit word is complete, are selections by mask (the compiler
+// would turn conditionals into branches, and these follow the data). A
+// complete word is stored at the output; an incomplete one goes to a scratch
+// slot instead, so every word reaching the output is completely filled with
+// stream bits.
 BitWriter<uint64_t> code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint64_t> w,
                               const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
-    Merged len_tab[256], dist_tab[256];
+    Field first[512];  // literal b at b, match length byte b at 256 + b
+    DistField dist_tab[512];
     for (unsigned b = 0; b < 256; ++b) {
+        first[b] = {ll[b].code, ll[b].len};
         const unsigned lc = kLengthCode[b];
         const NuxDeflateCode& e = ll[257 + lc];
-        len_tab[b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << e.len, uint32_t(e.len + kLengthExtra[lc])};
+        first[256 + b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << e.len, uint32_t(e.len + kLengthExtra[lc])};
     }
     for (unsigned d = 1; d <= 256; ++d) {
         const unsigned c = dist_code(int(d));
         const NuxDeflateCode& e = dc[c];
-        dist_tab[d - 1] = {e.code | uint32_t(d - kDistBase[c]) << e.len, uint32_t(e.len + kDistExtra[c])};
+        dist_tab[d - 1] = {e.code | uint32_t(d - kDistBase[c]) << e.len, 0, uint8_t(e.len + kDistExtra[c]),
+                           uint16_t(d)};
     }
+    for (unsigned h = 0; h < 256; ++h) {
+        const unsigned c = rfc1951::kDistCode[256 + h];
+        dist_tab[256 + h] = {dc[c].code, uint8_t(dc[c].len), uint8_t(dc[c].len + kDistExtra[c]), kDistBase[c]};
+    }
+    uint64_t acc = w.acc, scratch;
+    unsigned n = w.n;
+    uint8_t* dst = w.dst;
     for (Nux32u k = 0; k < count; ++k) {
-        const unsigned b = lit[k], d = dist[k];
-        if (d == 0) {
-            // Two literals in a row (at most 30 bits) go in as one field.
-            if (k + 1 < count && dist[k + 1] == 0) {
-                const NuxDeflateCode &x = ll[b], &y = ll[lit[k + 1]];
-                w.put(uint64_t(x.code) | uint64_t(y.code) << x.len, unsigned(x.len) + y.len);
-                ++k;
-            } else {
-                w.put(ll[b].code, ll[b].len);
-            }
-            continue;
-        }
-        w.put(len_tab[b].value, len_tab[b].bits);
-        if (d <= 256) {
-            w.put(dist_tab[d - 1].value, dist_tab[d - 1].bits);
-        } else {
-            const unsigned c = dist_code(int(d));
-            w.put(dc[c].code, dc[c].len);
-            w.put(d - kDistBase[c], kDistExtra[c]);
-        }
+        const uint32_t d = dist[k], is_match = d != 0;
+        const uint64_t match_mask = 0 - uint64_t(is_match);
+        const Field f = first[lit[k] + (is_match << 8)];
+        const DistField& e = dist_tab[dist_index(d)];
+        const uint64_t dv = (e.value | uint64_t(d - e.base) << e.shift) & match_mask;
+        const uint64_t v = f.value | dv << f.bits;
+        const uint64_t total = n + f.bits + (e.bits & match_mask);
+        // Insert the field; the part beyond bit 63 starts the next word.
+        const uint64_t word = acc | v << n;
+        const uint64_t complete = total >> 6, incomplete_mask = complete - 1;
+        const uintptr_t out = uintptr_t(dst), spare = uintptr_t(&scratch);
+        std::memcpy(reinterpret_cast<uint8_t*>(out ^ ((out ^ spare) & incomplete_mask)), &word, 8);
+        dst += complete * 8;
+        const uint64_t rest = v >> ((64 - n) & 63);
+        acc = (word & incomplete_mask) | (rest & ~incomplete_mask);
+        n = unsigned(total & 63);
     }
-    if (w.n >= 32) {
-        const uint32_t low = uint32_t(w.acc);
-        std::memcpy(w.dst, &low, 4);
-        w.dst += 4;
-        w.acc >>= 32;
-        w.n -= 32;
+    if (n >= 32) {
+        const uint32_t low = uint32_t(acc);
+        std::memcpy(dst, &low, 4);
+        dst += 4;
+        acc >>= 32;
+        n -= 32;
     }
-    return w;
+    return {acc, n, dst};
 }
 
 }  // namespace
