@@ -42,7 +42,7 @@ NUX_API NuxStatus nuxsDeflateLZ77_8u(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32
     NUX_CHECK_SIZE(level <= 29);
     return run_finder(ppSrc, pSrcLen, pSrcPos, pWindow, winSize, pHashHead, pHashChain, hashSize, pLitFreq,
                       pDistFreq, pLitDst, pDistDst, pSlotsLeft, &nux::deflate::kLevelParams[level], flush,
-                      level % 10 >= 5);
+                      nux::deflate::is_lazy_level(int(level)));
 }
 
 NUX_API NuxStatus nuxsDeflateLZ77Fast_8u(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pSrcPos,

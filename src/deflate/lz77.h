@@ -39,8 +39,26 @@ struct Lz77Call {
     Nux32s flush;
 };
 
-// The fixed parameter rows of levels 0..29.
-extern const NuxDeflateMatchParams kLevelParams[30];
+// Units digit 0: one shift-hash probe; 1..4 greedy; 5..9 lazy. The decades
+// trade differently between search depth and how many positions inside a
+// match are hashed. Rows 11 and 15..17 shorten below 8 on purpose.
+inline constexpr NuxDeflateMatchParams kLevelParams[30] = {
+    {0, 0, 0, 0},        {4, 8, 8, 8},        {4, 16, 16, 9},      {4, 16, 16, 12},
+    {48, 32, 32, 16},    {32, 8, 32, 16},     {128, 8, 256, 16},   {144, 8, 256, 16},
+    {192, 32, 258, 128}, {256, 32, 258, 258}, {0, 0, 0, 0},        {3, 7, 8, 258},
+    {3, 8, 16, 258},     {5, 8, 16, 258},     {16, 32, 32, 258},   {24, 6, 32, 16},
+    {120, 7, 256, 16},   {140, 7, 256, 16},   {192, 32, 258, 128}, {512, 32, 258, 258},
+    {0, 0, 0, 0},        {4, 8, 8, 258},      {4, 16, 16, 258},    {4, 16, 16, 258},
+    {16, 32, 32, 258},   {32, 8, 32, 16},     {128, 8, 256, 16},   {144, 8, 256, 16},
+    {192, 32, 258, 128}, {512, 32, 258, 258},
+};
+
+inline constexpr bool is_lazy_level(int level) { return level % 10 >= 5; }
+
+inline bool same_params(const NuxDeflateMatchParams& a, const NuxDeflateMatchParams& b) {
+    return a.chainDepth == b.chainDepth && a.shortenLength == b.shortenLength && a.enoughLength == b.enoughLength &&
+           a.lazyInsertLimit == b.lazyInsertLimit;
+}
 
 NuxStatus lz77_greedy(const Lz77Call& call);
 NuxStatus lz77_lazy(const Lz77Call& call);
@@ -102,6 +120,7 @@ inline int common_prefix(const uint8_t* a, const uint8_t* b, int limit) {
 // current input when the history is a separate buffer, or INT32_MIN when the
 // history lies directly in front of the input.
 struct History {
+    static constexpr bool kContiguous = false;
     const uint8_t* src;  // position base
     const uint8_t* win;  // window pointer (marks position base as well)
     int32_t base;
@@ -136,38 +155,43 @@ struct History {
 // input (the window pointer is the input pointer), so every position is one
 // array and no test for the input start is needed.
 struct ContiguousHistory {
-    const uint8_t* src;
-    int32_t base;
+    static constexpr bool kContiguous = true;
+    const uint8_t* origin;  // where position 0 would be
 
-    const uint8_t* at(int32_t pos) const { return src + (int64_t(pos) - base); }
+    ContiguousHistory(const uint8_t* src, int32_t base) : origin(src - int64_t(base)) {}
+    const uint8_t* at(int32_t pos) const { return origin + pos; }
     uint32_t word(int32_t pos, int off) const { return load32(at(pos) + off); }
     int match(const uint8_t* cur, int32_t cand, int limit) const { return common_prefix(cur, at(cand), limit); }
 };
 
-// Stores symbols and counts them. The array pointers are copied out of the
-// call record into restrict-qualified members: the symbol bytes are char
-// stores, which may alias anything, and would otherwise force a reload of
-// every pointer of the record after each symbol.
+// Stores symbols while the slots last and counts the frequencies. The array
+// pointers are copied out of the call record into restrict-qualified members:
+// the symbol bytes are char stores, which may alias anything, and would
+// otherwise force a reload of every pointer of the record after each symbol.
 struct SymbolWriter {
     Nux8u* __restrict lit;
     Nux16u* __restrict dist;
     NuxDeflateCode* __restrict lit_freq;
     NuxDeflateCode* __restrict dist_freq;
-    uint32_t count = 0;
+    Nux8u* const lit_start;
+    Nux8u* const lit_end;
 
     explicit SymbolWriter(const Lz77Call& c)
-        : lit(c.pLitDst), dist(c.pDistDst), lit_freq(c.pLitFreq), dist_freq(c.pDistFreq) {}
+        : lit(c.pLitDst), dist(c.pDistDst), lit_freq(c.pLitFreq), dist_freq(c.pDistFreq), lit_start(c.pLitDst),
+          lit_end(c.pLitDst + *c.pSlotsLeft) {}
+
+    bool full() const { return lit == lit_end; }
+    bool has_room(uint32_t symbols) const { return uint32_t(lit_end - lit) >= symbols; }
+    uint32_t count() const { return uint32_t(lit - lit_start); }
 
     void literal(uint8_t byte) {
-        lit[count] = byte;
-        dist[count] = 0;
-        ++count;
+        *lit++ = byte;
+        *dist++ = 0;
         ++lit_freq[byte].code;
     }
     void match(int len, int d) {
-        lit[count] = uint8_t(len - 3);
-        dist[count] = uint16_t(d);
-        ++count;
+        *lit++ = uint8_t(len - 3);
+        *dist++ = uint16_t(d);
         ++lit_freq[257 + rfc1951::kLengthCode[len - 3]].code;
         ++dist_freq[dist_code_index(d)].code;
     }

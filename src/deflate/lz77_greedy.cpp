@@ -21,10 +21,9 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, Hist hist) {  // by valu
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize;
     int32_t* head = c.pHashHead;
-    const uint32_t slots = *c.pSlotsLeft;
     SymbolWriter sym(c);
     int64_t i = 0;
-    while (i < sp.code_end && sym.count < slots) {
+    while (i < sp.code_end && !sym.full()) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
         const uint32_t h = shift_hash(cur, hmask);
@@ -46,82 +45,87 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, Hist hist) {  // by valu
         }
     }
     if (c.flush >= 2)
-        while (i < sp.n && sym.count < slots) sym.literal(src[i++]);
-    finish_call(c, i, sym.count);
+        while (i < sp.n && !sym.full()) sym.literal(src[i++]);
+    finish_call(c, i, sym.count());
     return NuxStatusOk;
 }
 
-}  // namespace
-
-namespace {
-
-template <typename Hist>
-NuxStatus chained(const Lz77Call& c, int32_t pos0, bool plain, Hist hist) {  // by value: a local the symbol stores cannot alias
+template <typename Hist, typename Row>
+NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_len) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
     const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
-    const int depth = c.params.chainDepth;
-    int max_len = rfc1951::kMaxMatch;
-    int shorten = c.params.shortenLength, enough = c.params.enoughLength;
-    int insert_limit = c.params.lazyInsertLimit;
-    if (plain) {
-        // The lazy finder's fallback: the whole chain, no cut, every covered
-        // position inserted.
-        shorten = enough = INT32_MAX;
-        insert_limit = rfc1951::kMaxMatch;
-        if (sp.single) max_len = rfc1951::kMaxMatch - 1;
-    } else if (sp.single) {
-        insert_limit = std::min(insert_limit, rfc1951::kMaxMatch - 1);
-    }
-    const uint32_t slots = *c.pSlotsLeft;
     SymbolWriter sym(c);
-    PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
-    const ChainSearch search{chain, wmask, win, shorten, enough};
-    int64_t i = 0;
-    while (i < sp.code_end && sym.count < slots) {
+    // Parses the position at offset i and returns the offset after its
+    // symbol. With `full` the position has the whole lookahead, so the match
+    // limit is the constant maximum and no covered position reaches the end.
+    auto step = [&](int64_t i, auto full) -> int64_t {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        int32_t cand = inserter.insert(i, cur, p);
-        const int limit = int(std::min<int64_t>(max_len, sp.n - i));
-        int best = 3, best_dist = 0;
-        search.run(hist, cur, p, cand, depth, limit, best, best_dist);
-        if (best < 4) {
+        const int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        // The next position's head entry, which a literal here needs next
+        // (its four bytes exist only with the whole lookahead).
+        if (full) __builtin_prefetch(head + crc_hash(cur + 1, hmask));
+        const int limit = full ? rfc1951::kMaxMatch : int(std::min<int64_t>(max_len, sp.n - i));
+        const Match m = walk_chain(hist, chain, wmask, win, cur, p, cand, row.depth, limit, row.shorten, row.enough, 3);
+        if (m.len < 4) {
             sym.literal(*cur);
-            ++i;
-            continue;
+            return i + 1;
         }
-        sym.match(best, best_dist);
+        sym.match(m.len, m.dist);
         // Covered positions: all of them for short matches. A match that
-        // overlaps itself (a run with period best_dist) only needs its last
-        // few positions hashed, and only when the period is short enough.
+        // overlaps itself (a run with period m.dist) only needs its last few
+        // positions hashed, and only when the period is short enough.
         int64_t from = i + 1;
-        bool insert = best <= insert_limit;
-        if (best_dist < best) {
-            from = i + std::max(best - best_dist, 4) - 3;
-            insert = best_dist <= insert_limit;
+        bool insert = m.len <= row.insert_limit;
+        if (m.dist < m.len) {
+            from = i + std::max(m.len - m.dist, 4) - 3;
+            insert = m.dist <= row.insert_limit;
         }
         if (insert) {
-            const int64_t last = std::min<int64_t>(i + best - 1, sp.n - 4);
+            const int64_t last = full ? i + m.len - 1 : std::min<int64_t>(i + m.len - 1, sp.n - 4);
             for (int64_t q = from; q <= last; ++q) insert_crc(src + q, pos0 + int32_t(q), head, chain, hmask, wmask);
         }
-        i += best;
-    }
-    return finish_chained(c, sp, pos0, i, sym, slots);
+        return i + m.len;
+    };
+    const int64_t full_end = max_len == rfc1951::kMaxMatch ? std::min(sp.code_end, sp.n - kLookahead + 1) : 0;
+    int64_t i = 0;
+    while (i < full_end && !sym.full()) i = step(i, std::true_type{});
+    while (i < sp.code_end && !sym.full()) i = step(i, std::false_type{});
+    return finish_chained(c, sp, pos0, i, sym);
 }
 
 }  // namespace
 
 NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
-    if (*c.ppSrc == c.pWindow) return chained(c, pos0, plain, ContiguousHistory{*c.ppSrc, pos0});
-    return chained(c, pos0, plain, History(*c.ppSrc, c.pWindow, pos0));
+    const NuxDeflateMatchParams& m = c.params;
+    RuntimeRow row{m.chainDepth, m.shortenLength, m.enoughLength, m.lazyInsertLimit};
+    int max_len = rfc1951::kMaxMatch;
+    const bool single = span_of(*c.pSrcLen, c.flush).single;
+    if (plain) {
+        // The lazy finder's fallback: the whole chain, no cut, every covered
+        // position inserted.
+        row = {m.chainDepth, INT32_MAX, INT32_MAX, rfc1951::kMaxMatch};
+        if (single) max_len = rfc1951::kMaxMatch - 1;
+    } else if (single) {
+        row.insert_limit = std::min(row.insert_limit, rfc1951::kMaxMatch - 1);
+    }
+    const bool contiguous = *c.ppSrc == c.pWindow;
+    NuxStatus status;
+    if (contiguous && !plain && !single && run_level_row<false>(m, [&](auto fixed) {
+            status = chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), fixed, rfc1951::kMaxMatch);
+        }))
+        return status;
+    if (contiguous) return chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), row, max_len);
+    return chained(c, pos0, History(*c.ppSrc, c.pWindow, pos0), row, max_len);
 }
 
 NuxStatus lz77_greedy(const Lz77Call& c) {
     const int32_t pos0 = rebase_if_needed(c, c.params.chainDepth != 0);
     if (c.params.chainDepth == 0) {
-        if (*c.ppSrc == c.pWindow) return single_probe(c, pos0, ContiguousHistory{*c.ppSrc, pos0});
+        if (*c.ppSrc == c.pWindow) return single_probe(c, pos0, ContiguousHistory(*c.ppSrc, pos0));
         return single_probe(c, pos0, History(*c.ppSrc, c.pWindow, pos0));
     }
     return greedy_chained(c, pos0, false);

@@ -20,7 +20,6 @@ template <typename Hist>
 NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
-    const uint32_t slots = *c.pSlotsLeft;
     const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
@@ -33,21 +32,22 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
     };
 
     SymbolWriter sym(c);
-    PrefetchingInserter inserter{head, chain, hmask, wmask, sp.code_end};
-    // The lazy parse sets its budget per position and never cuts it mid-walk.
-    const ChainSearch search{chain, wmask, win, INT32_MAX, enough};
     int64_t i = 0;
     bool pending = false;
     int prev_len = 0, prev_dist = 0;
-    while (i < sp.code_end && sym.count + 2 <= slots) {
+    while (i < sp.code_end && sym.has_room(2)) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        int32_t cand = inserter.insert(i, cur, p);
+        const int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
+        if (i + 1 < sp.code_end) __builtin_prefetch(head + crc_hash(cur + 1, hmask));
         const int limit = int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i));
         const int start = prev_len >= 4 ? prev_len : 3;
         int best = start, best_dist = 0;
         if (prev_len < no_search && start < limit) {
-            search.run(hist, cur, p, cand, prev_len >= shorten ? depth >> 2 : depth, limit, best, best_dist);
+            // The lazy parse sets its budget per position and never cuts it mid-walk.
+            const int budget = prev_len >= shorten ? depth >> 2 : depth;
+            const Match m = walk_chain(hist, chain, wmask, win, cur, p, cand, budget, limit, INT32_MAX, enough, start);
+            best = m.len, best_dist = m.dist;
         }
         if (pending && prev_len >= 4 && best == start) {
             // Nothing longer here: the held match from i - 1 goes out.
@@ -73,7 +73,7 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
             sym.literal(src[i - 1]);
         }
     }
-    return finish_chained(c, sp, pos0, i, sym, slots);
+    return finish_chained(c, sp, pos0, i, sym);
 }
 
 }  // namespace
@@ -83,7 +83,7 @@ NuxStatus lz77_lazy(const Lz77Call& c) {
     // Without a position that has the full lookahead, or without room for a
     // deferred decision, the call falls back to a plain greedy walk.
     if (*c.pSlotsLeft < 2 || *c.pSrcLen <= 261) return greedy_chained(c, pos0, true);
-    if (*c.ppSrc == c.pWindow) return lazy(c, pos0, ContiguousHistory{*c.ppSrc, pos0});
+    if (*c.ppSrc == c.pWindow) return lazy(c, pos0, ContiguousHistory(*c.ppSrc, pos0));
     return lazy(c, pos0, History(*c.ppSrc, c.pWindow, pos0));
 }
 

@@ -7,20 +7,6 @@
 
 namespace nux::deflate {
 
-// Units digit 0: one shift-hash probe; 1..4 greedy; 5..9 lazy. The decades
-// trade differently between search depth and how many positions inside a
-// match are hashed. Rows 11 and 15..17 shorten below 8 on purpose.
-const NuxDeflateMatchParams kLevelParams[30] = {
-    {0, 0, 0, 0},        {4, 8, 8, 8},        {4, 16, 16, 9},      {4, 16, 16, 12},
-    {48, 32, 32, 16},    {32, 8, 32, 16},     {128, 8, 256, 16},   {144, 8, 256, 16},
-    {192, 32, 258, 128}, {256, 32, 258, 258}, {0, 0, 0, 0},        {3, 7, 8, 258},
-    {3, 8, 16, 258},     {5, 8, 16, 258},     {16, 32, 32, 258},   {24, 6, 32, 16},
-    {120, 7, 256, 16},   {140, 7, 256, 16},   {192, 32, 258, 128}, {512, 32, 258, 258},
-    {0, 0, 0, 0},        {4, 8, 8, 258},      {4, 16, 16, 258},    {4, 16, 16, 258},
-    {16, 32, 32, 258},   {32, 8, 32, 16},     {128, 8, 256, 16},   {144, 8, 256, 16},
-    {192, 32, 258, 128}, {512, 32, 258, 258},
-};
-
 namespace {
 
 void shift_entries(int32_t* t, uint32_t count, int64_t delta) {
