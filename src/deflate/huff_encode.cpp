@@ -53,6 +53,14 @@ struct BitWriter {
     }
 };
 
+// Index of distance d in RFC 1951's distance code map (and of the
+// distance-field table below). Distances are taken modulo 32768, so that even an
+// invalid value stays inside the table.
+inline unsigned dist_index(uint32_t d) {
+    const uint32_t dm1 = (d - 1) & 0x7FFF, far = dm1 > 255;
+    return (dm1 >> (far * 7)) + (far << 8);
+}
+
 // Below 2048 symbols: a 32-bit accumulator, each code and extra-bit field
 // inserted on its own.
 // The writer travels by value: as a local its accumulator stays in registers,
@@ -68,7 +76,7 @@ BitWriter<uint32_t> code_short(const Nux8u* lit, const Nux16u* dist, Nux32u coun
         const unsigned lc = kLengthCode[b];
         w.put(ll[257 + lc].code, ll[257 + lc].len);
         if (kLengthExtra[lc]) w.put(b + 3 - kLengthBase[lc], kLengthExtra[lc]);
-        const unsigned c = dist_code(int(d));
+        const unsigned c = rfc1951::kDistCode[dist_index(d)];
         w.put(dc[c].code, dc[c].len);
         if (kDistExtra[c]) w.put(d - kDistBase[c], kDistExtra[c]);
     }
@@ -90,14 +98,6 @@ struct DistField {
     uint8_t shift, bits;
     uint16_t base;
 };
-
-// Index of distance d in the distance-field table, as RFC 1951's distance
-// code map is indexed. Distances are taken modulo 32768, so that even an
-// invalid value stays inside the table.
-inline unsigned dist_index(uint32_t d) {
-    const uint32_t dm1 = (d - 1) & 0x7FFF, far = dm1 > 255;
-    return (dm1 >> (far * 7)) + (far << 8);
-}
 
 // From 2048 symbols the cost of building merged tables pays off. Literals
 // and lengths share one table (a length's code already joined with its extra

@@ -101,6 +101,18 @@ TEST(HuffEncode, BothPathsAndAnySplitGiveTheSameBits) {
               Bytes(pre_short.bytes.begin(), pre_short.bytes.begin() + 50));
 }
 
+// Distances beyond Deflate's 32768 are the caller's error; the coder must
+// still stay inside its tables and its output (ASan watches the reads).
+TEST(HuffEncode, OutOfRangeDistancesStayInBounds) {
+    Stream s = random_stream(3000, 5);
+    for (size_t k = 0; k < s.dist.size(); k += 7) s.dist[k] = uint16_t(32769 + k * 13 % 32767);
+    const Codes c(3);
+    for (size_t n : {100, 3000}) {
+        const Stream part{Bytes(s.lit.begin(), s.lit.begin() + n), std::vector<Nux16u>(s.dist.begin(), s.dist.begin() + n)};
+        code(part, c, {n});
+    }
+}
+
 TEST(HuffEncode, NoSymbolsFlushesWholePendingBytes) {
     const Codes c(3);
     Nux8u lit = 0;
