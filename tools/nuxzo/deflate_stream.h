@@ -19,6 +19,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <vector>
 
@@ -47,21 +48,25 @@ inline constexpr uint8_t kCodeLenOrder[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 
 // the deepest level up by splitting the deepest shorter leaf. Lengths are
 // finally handed out by frequency rank, so the order of the symbols is kept.
 inline void build_lengths(const uint32_t* freq, int n, int limit, uint8_t* lens) {
+    constexpr int kMaxSymbols = 288;
+    if (n > kMaxSymbols) throw std::invalid_argument("too many symbols for a Deflate code");
     std::fill(lens, lens + n, uint8_t(0));
-    std::vector<int> syms;
+    // Used symbols by ascending frequency, ties in symbol order.
+    uint64_t keys[kMaxSymbols];
+    int m = 0;
     for (int s = 0; s < n; ++s)
-        if (freq[s]) syms.push_back(s);
-    if (syms.size() < 2) {
-        const int a = syms.empty() ? 0 : syms[0];
+        if (freq[s]) keys[m++] = uint64_t(freq[s]) << 16 | uint32_t(s);
+    if (m < 2) {
+        const int a = m ? int(keys[0] & 0xFFFF) : 0;
         lens[a] = 1;
         lens[a == 0 ? 1 : 0] = 1;
         return;
     }
-    std::stable_sort(syms.begin(), syms.end(), [&](int a, int b) { return freq[a] < freq[b]; });
-    const int m = int(syms.size());
-    std::vector<uint64_t> weight(2 * m - 1);
-    std::vector<int> parent(2 * m - 1, 0);
-    for (int k = 0; k < m; ++k) weight[k] = freq[syms[k]];
+    std::sort(keys, keys + m);
+    int syms[kMaxSymbols];
+    uint64_t weight[2 * kMaxSymbols];
+    int parent[2 * kMaxSymbols];
+    for (int k = 0; k < m; ++k) syms[k] = int(keys[k] & 0xFFFF), weight[k] = keys[k] >> 16;
     int leaf = 0, inner = m;
     auto take = [&](int made) {
         if (leaf < m && (inner >= made || weight[leaf] <= weight[inner])) return leaf++;
@@ -72,7 +77,8 @@ inline void build_lengths(const uint32_t* freq, int n, int limit, uint8_t* lens)
         weight[made] = weight[a] + weight[b];
         parent[a] = parent[b] = made;
     }
-    std::vector<int> depth(2 * m - 1, 0);
+    int depth[2 * kMaxSymbols];
+    depth[2 * m - 2] = 0;
     int count[64] = {};
     for (int k = 2 * m - 3; k >= 0; --k) depth[k] = depth[parent[k]] + 1;
     for (int k = 0; k < m; ++k) ++count[std::min(depth[k], limit)];
@@ -114,12 +120,13 @@ inline void assign_codes(const uint8_t* lens, int n, NuxDeflateCode* codes) {
 
 // Run-length coding of the code lengths of a dynamic header (RFC 1951
 // 3.2.7): 16 repeats the previous length 3..6 times, 17 and 18 give 3..10
-// and 11..138 zeros. Each item is a symbol and its extra-bit value.
+// and 11..138 zeros. Each item is a symbol and its extra-bit value; there
+// are at most n of them. Returns their number.
 struct LenRun {
     uint8_t sym, extra;
 };
-inline std::vector<LenRun> run_length_code(const uint8_t* lens, int n) {
-    std::vector<LenRun> out;
+inline int run_length_code(const uint8_t* lens, int n, LenRun* items) {
+    LenRun* out = items;
     for (int i = 0; i < n;) {
         const uint8_t v = lens[i];
         int run = 1;
@@ -128,25 +135,25 @@ inline std::vector<LenRun> run_length_code(const uint8_t* lens, int n) {
         if (v == 0) {
             while (run >= 11) {
                 const int r = std::min(run, 138);
-                out.push_back({18, uint8_t(r - 11)});
+                *out++ = {18, uint8_t(r - 11)};
                 run -= r;
             }
             if (run >= 3) {
-                out.push_back({17, uint8_t(run - 3)});
+                *out++ = {17, uint8_t(run - 3)};
                 run = 0;
             }
         } else {
-            out.push_back({v, 0});
+            *out++ = {v, 0};
             --run;
             while (run >= 3) {
                 const int r = std::min(run, 6);
-                out.push_back({16, uint8_t(r - 3)});
+                *out++ = {16, uint8_t(r - 3)};
                 run -= r;
             }
         }
-        for (; run > 0; --run) out.push_back({v, 0});
+        for (; run > 0; --run) *out++ = {v, 0};
     }
-    return out;
+    return int(out - items);
 }
 
 class RawWriter {
@@ -272,9 +279,10 @@ class RawWriter {
         uint8_t packed[kNumLitLen + kNumDist];
         std::memcpy(packed, lens, size_t(hlit));
         std::memcpy(packed + hlit, lens + kNumLitLen, size_t(hdist));
-        const std::vector<LenRun> runs = run_length_code(packed, hlit + hdist);
+        LenRun runs[kNumLitLen + kNumDist];
+        const int num_runs = run_length_code(packed, hlit + hdist, runs);
         uint32_t cf[kNumCodeLen] = {};
-        for (const LenRun& r : runs) ++cf[r.sym];
+        for (int k = 0; k < num_runs; ++k) ++cf[runs[k].sym];
         uint8_t cl[kNumCodeLen];
         build_lengths(cf, kNumCodeLen, kMaxCodeLenBits, cl);
         int hclen = kNumCodeLen;
@@ -326,7 +334,7 @@ class RawWriter {
             NuxDeflateCode clc[kNumCodeLen];
             assign_codes(cl, kNumCodeLen, clc);
             static constexpr uint8_t kRunExtraBits[3] = {2, 3, 7};
-            for (const LenRun& r : runs) {
+            for (const LenRun& r : std::span(runs, size_t(num_runs))) {
                 put_bits(clc[r.sym].code, clc[r.sym].len);
                 if (r.sym >= 16) put_bits(r.extra, kRunExtraBits[r.sym - 16]);
             }
