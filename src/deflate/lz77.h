@@ -120,7 +120,6 @@ inline int common_prefix(const uint8_t* a, const uint8_t* b, int limit) {
 // current input when the history is a separate buffer, or INT32_MIN when the
 // history lies directly in front of the input.
 struct History {
-    static constexpr bool kContiguous = false;
     const uint8_t* src;  // position base
     const uint8_t* win;  // window pointer (marks position base as well)
     int32_t base;
@@ -155,7 +154,6 @@ struct History {
 // input (the window pointer is the input pointer), so every position is one
 // array and no test for the input start is needed.
 struct ContiguousHistory {
-    static constexpr bool kContiguous = true;
     const uint8_t* origin;  // where position 0 would be
 
     ContiguousHistory(const uint8_t* src, int32_t base) : origin(src - int64_t(base)) {}
