@@ -396,8 +396,8 @@ template <typename Tables>
 }
 
 template <typename Tables>
-NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& mode) {
-    const bool bmi2 = ownGetFeature(kFeatureBmi2) != 0;
+NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& mode, FastLoop loop) {
+    const bool bmi2 = loop == FastLoop::kBmi2;
     const bool resume = mode == kModeOutputFull;
     mode = kModeNeedInput;
     // Symbol start, for a partial symbol handed back (mode 1) or a fault.
@@ -510,7 +510,9 @@ bad:
 const uint8_t kNoDistBytes[1] = {0};
 const uint16_t kNoDistBase[1] = {0};
 
-NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux32u* pCodeLenBits, Nux32u winIdx,
+}  // namespace
+
+NuxStatus inflate_block(FastLoop loop, const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux32u* pCodeLenBits, Nux32u winIdx,
                         Nux8u** ppDst, Nux32u* pDstLen, Nux32u dstIdx, Nux32u* pMode, NuxInflateHuffTable* st) {
     Stream s;
     s.in = s.inStart = *ppSrc;
@@ -535,13 +537,13 @@ NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux
         t.distBytes = dmax ? st->table + kShortDistByteOffset : kNoDistBytes;
         t.distBase = dmax ? reinterpret_cast<const uint16_t*>(st->table + kShortDistBaseOffset) : kNoDistBase;
         t.distMask = (1u << dmax) - 1;
-        status = decode(t, s, st, mode);
+        status = decode(t, s, st, mode, loop);
     } else if (st->kind == kLayoutGeneral) {
         GeneralTables t{reinterpret_cast<const uint16_t*>(st->table)};
-        status = decode(t, s, st, mode);
+        status = decode(t, s, st, mode, loop);
     } else {
         GeneralTables t{kFixedTables.litlen};
-        status = decode(t, s, st, mode);
+        status = decode(t, s, st, mode, loop);
     }
 
     // Hand back whole unused bytes held in the bit buffer, so that the
@@ -561,7 +563,6 @@ NuxStatus inflate_block(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux
     return status;
 }
 
-}  // namespace
 }  // namespace nux::inflate
 
 extern "C" NUX_API NuxStatus nuxsInflate_8u(const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode,
@@ -572,6 +573,7 @@ extern "C" NUX_API NuxStatus nuxsInflate_8u(const Nux8u** ppSrc, Nux32u* pSrcLen
     NUX_CHECK_SIZE(*pCodeLenBits <= 32);
     NUX_CHECK_SIZE(winIdx <= pState->winSize);
     NUX_CHECK(pState->kind <= nux::inflate::kLayoutShort, NuxStatusBadStream);
-    return nux::inflate::inflate_block(ppSrc, pSrcLen, pCode, pCodeLenBits, winIdx, ppDst, pDstLen, dstIdx, pMode,
+    const auto loop = nux::ownGetFeature(nux::kFeatureBmi2) ? nux::inflate::FastLoop::kBmi2 : nux::inflate::FastLoop::kPlain;
+    return nux::inflate::inflate_block(loop, ppSrc, pSrcLen, pCode, pCodeLenBits, winIdx, ppDst, pDstLen, dstIdx, pMode,
                                        pState);
 }

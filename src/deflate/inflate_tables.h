@@ -166,4 +166,12 @@ inline constexpr FixedTables kFixedTables = make_fixed_tables();
 static_assert(kFixedTables.litlen[0] == general_litlen_entry(256, 7));  // code 0000000 is symbol 256
 static_assert(kFixedTables.dist[0] == dist_entry(1, 5, 5));
 
+// The block decoder behind nuxsInflate_8u, after its argument checks, with
+// its fast loop compiled for BMI2 or without; the export picks the loop by
+// the processor's features, and the tests run both.
+enum class FastLoop { kPlain, kBmi2 };
+NuxStatus inflate_block(FastLoop loop, const Nux8u** ppSrc, Nux32u* pSrcLen, Nux32u* pCode, Nux32u* pCodeLenBits,
+                        Nux32u winIdx, Nux8u** ppDst, Nux32u* pDstLen, Nux32u dstIdx, Nux32u* pMode,
+                        NuxInflateHuffTable* st);
+
 }  // namespace nux::inflate

@@ -1,6 +1,7 @@
 // Whole streams through the stream reader and the decoder: raw streams from
 // zlib, libdeflate and isa-l on edge data and the corpus decode byte-exactly
-// with input in random pieces and output rooms of 1, 7 and 4096 bytes; the
+// with input in random pieces and output rooms of 1, 7 and 4096 bytes, and
+// whole through each compilation of the decoder's fast loop; the
 // gzip and zlib wrappers are checked, faults are refused with an offset; and
 // the built tool decodes what the gzip program makes.
 #include <gtest/gtest.h>
@@ -8,6 +9,8 @@
 #include <cstring>
 #include <random>
 
+#include "core/cpu.h"
+#include "deflate/inflate_tables.h"
 #include "inflate_stream.h"
 #include "support/peers.h"
 #ifdef NUXZO_HAVE_DEFLATE
@@ -51,11 +54,20 @@ Bytes inflate_pieces(Wrapper w, const Bytes& comp, size_t room, size_t maxChunk,
     return sink.data;
 }
 
-Bytes inflate_whole(Wrapper w, const Bytes& comp, size_t size) {
+Bytes inflate_whole(Wrapper w, const Bytes& comp, size_t size,
+                    nuxzo::inflate::BlockDecoder decoder = nuxsInflate_8u) {
     Bytes out(size + 1);
-    const size_t n = nuxzo::inflate::decompress_buffer(w, comp.data(), comp.size(), out.data(), out.size());
+    const size_t n = nuxzo::inflate::decompress_buffer(w, comp.data(), comp.size(), out.data(), out.size(), decoder);
     out.resize(n);
     return out;
+}
+
+// The block decoder with each compilation of its fast loop, whatever the
+// processor would choose.
+template <nux::inflate::FastLoop kLoop>
+NuxStatus decode_with(const Nux8u** src, Nux32u* srcLen, Nux32u* code, Nux32u* bits, Nux32u winIdx, Nux8u** dst,
+                      Nux32u* dstLen, Nux32u dstIdx, Nux32u* mode, NuxInflateHuffTable* st) {
+    return nux::inflate::inflate_block(kLoop, src, srcLen, code, bits, winIdx, dst, dstLen, dstIdx, mode, st);
 }
 
 // ---- Stream makers ------------------------------------------------------
@@ -132,6 +144,12 @@ std::vector<std::pair<std::string, Bytes>> edge_inputs() {
 // with pieces of up to 70000 bytes.
 void expect_decodes(const Bytes& comp, const Bytes& want, const std::string& what, bool thorough) {
     ASSERT_EQ(inflate_whole(Wrapper::kRaw, comp, want.size()), want) << what << " whole buffer";
+    ASSERT_EQ(inflate_whole(Wrapper::kRaw, comp, want.size(), decode_with<nux::inflate::FastLoop::kPlain>), want)
+        << what << " whole buffer, plain fast loop";
+    if (nux::ownGetFeature(nux::kFeatureBmi2)) {
+        ASSERT_EQ(inflate_whole(Wrapper::kRaw, comp, want.size(), decode_with<nux::inflate::FastLoop::kBmi2>), want)
+            << what << " whole buffer, BMI2 fast loop";
+    }
     uint64_t seed = 11;
     for (size_t room : {size_t(1), size_t(7), size_t(4096)})
         for (size_t maxChunk : {size_t(1), size_t(13), size_t(5000), size_t(70000)}) {

@@ -265,8 +265,8 @@ struct Reader::Impl {
             Nux32u srcLen = Nux32u(std::min<size_t>(size_t(inEnd - in), 0x7FFFFFFF));
             Nux8u* dst = out + pos;
             Nux32u dstLen = Nux32u(std::min<size_t>(room - pos, 0xFFFFFFFFu));
-            const NuxStatus st = nuxsInflate_8u(&src, &srcLen, &code, &bits, winIdx, &dst, &dstLen,
-                                                Nux32u(pos), &mode, &table);
+            const NuxStatus st = opt.decoder(&src, &srcLen, &code, &bits, winIdx, &dst, &dstLen, Nux32u(pos), &mode,
+                                             &table);
             in = src;
             pos = size_t(dst - out);
             if (st != NuxStatusOk) fail("invalid compressed data");
@@ -382,9 +382,11 @@ struct NullSink : Sink {
 };
 }  // namespace
 
-size_t decompress_buffer(Wrapper wrapper, const uint8_t* in, size_t n, uint8_t* out, size_t cap) {
+size_t decompress_buffer(Wrapper wrapper, const uint8_t* in, size_t n, uint8_t* out, size_t cap,
+                         BlockDecoder decoder) {
     NullSink sink;
     Options o;
+    o.decoder = decoder;
     o.outBuffer = out;
     o.outRoom = cap;
     o.inMemory = in;

@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "nuxzo.h"
+
 namespace nuxzo::inflate {
 
 // Malformed, truncated or trailing input, found at byte `offset`.
@@ -34,6 +36,9 @@ class Sink {
 
 enum class Wrapper { kRaw, kZlib, kGzip };
 
+using BlockDecoder = NuxStatus (*)(const Nux8u**, Nux32u*, Nux32u*, Nux32u*, Nux32u, Nux8u**, Nux32u*, Nux32u,
+                                   Nux32u*, NuxInflateHuffTable*);
+
 struct Options {
     // Output room handed to each decoder call; the output is passed on to the
     // sink whenever that much has been produced.
@@ -49,6 +54,9 @@ struct Options {
     // Raw streams only: accept bytes after the final block (they are left
     // unread) instead of refusing them as trailing garbage.
     bool allowTrailing = false;
+    // The block-body decoder: the library's, or a stand-in of the same shape
+    // (the tests run each of the library's decoding kernels through it).
+    BlockDecoder decoder = nuxsInflate_8u;
 };
 
 class Reader {
@@ -73,6 +81,7 @@ class Reader {
 
 // Whole-buffer convenience: decodes `in` into `out` (capacity `cap`), with
 // one decoder call per block unless the output fills. Returns the output size.
-size_t decompress_buffer(Wrapper wrapper, const uint8_t* in, size_t n, uint8_t* out, size_t cap);
+size_t decompress_buffer(Wrapper wrapper, const uint8_t* in, size_t n, uint8_t* out, size_t cap,
+                         BlockDecoder decoder = nuxsInflate_8u);
 
 }  // namespace nuxzo::inflate
