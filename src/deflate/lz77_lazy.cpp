@@ -82,7 +82,7 @@ NuxStatus lz77_lazy(const Lz77Call& c) {
     const int32_t pos0 = rebase_if_needed(c, true);
     // Without a position that has the full lookahead, or without room for a
     // deferred decision, the call falls back to a plain greedy walk.
-    if (*c.pSlotsLeft < 2 || *c.pSrcLen <= 261) return greedy_chained(c, pos0, true);
+    if (*c.pSlotsLeft < 2 || *c.pSrcLen <= kLookahead) return greedy_chained(c, pos0, true);
     if (*c.ppSrc == c.pWindow) return lazy(c, pos0, ContiguousHistory(*c.ppSrc, pos0));
     return lazy(c, pos0, History(*c.ppSrc, c.pWindow, pos0));
 }

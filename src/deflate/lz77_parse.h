@@ -15,17 +15,19 @@ struct Span {
     bool single;       // exactly 261 bytes without flush: that one position only
 };
 
-// A search needs 261 bytes after its position (the longest match plus the
+// A search needs 261 bytes from its position on (the longest match plus the
 // three bytes that hashing its last covered position reads), so without flush
 // a call stops with at least 261 bytes left for the next call. A call given
 // exactly 261 bytes still handles its first position, so that a caller feeding
 // the minimum always makes progress. With flush the search goes on while four
 // bytes remain (the CRC hash reads four); the last three are literals.
+inline constexpr int64_t kLookahead = rfc1951::kMaxMatch + 3;
+
 inline Span span_of(uint32_t len, int32_t flush) {
     Span s{int64_t(len), 0, false};
     if (flush >= 2) s.code_end = len >= 4 ? int64_t(len) - 3 : 0;
-    else if (len == 261) s.code_end = 1, s.single = true;
-    else if (len > 261) s.code_end = int64_t(len) - 261;
+    else if (len == kLookahead) s.code_end = 1, s.single = true;
+    else if (len > kLookahead) s.code_end = int64_t(len) - kLookahead;
     return s;
 }
 
@@ -87,10 +89,6 @@ bool run_level_row(const NuxDeflateMatchParams& m, Run run) {
     return detail::run_if_any_row<Lazy>(m, run, std::make_index_sequence<std::size(kLevelParams)>{});
 }
 
-// A search needs this many input bytes from its position on (see span_of);
-// a position that has them gets the constant match limit.
-inline constexpr int64_t kLookahead = 261;
-
 struct Match {
     int len, dist;
 };
@@ -102,11 +100,11 @@ struct Match {
 // reaches `shorten`, the remaining budget is quartered; at `enough`, or at
 // the limit, the walk stops. A tie keeps the nearer candidate. Returns
 // {best, 0} when nothing longer turned up.
-template <typename Hist, typename Shorten, typename Enough>
+// Always inlined, so that the constants of a compiled level row fold in.
+template <typename Hist>
 __attribute__((always_inline)) inline Match walk_chain(const Hist& hist, const int32_t* chain, uint32_t wmask,
                                                        uint32_t win, const uint8_t* cur, int32_t p, int32_t cand,
-                                                       int budget, int limit, Shorten shorten, Enough enough,
-                                                       int best) {
+                                                       int budget, int limit, int shorten, int enough, int best) {
     Match m{best, 0};
     uint32_t tail = load32(cur + best - 3);
     while (uint32_t(p) - uint32_t(cand) - 1u < win - 1u && budget-- > 0) {
