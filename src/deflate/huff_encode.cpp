@@ -21,6 +21,12 @@ using rfc1951::kLengthBase;
 using rfc1951::kLengthCode;
 using rfc1951::kLengthExtra;
 
+// A code's length as the coder uses it. Deflate codes are at most 15 bits
+// long; a longer length (the caller's error, which the call does not check)
+// is cut, so that no field outgrows the accumulator and the output stays
+// within the caller's worst-case room.
+inline unsigned code_bits(const NuxDeflateCode& e) { return e.len & 15u; }
+
 template <typename Word>
 struct BitWriter {
     Word acc;
@@ -70,14 +76,14 @@ BitWriter<uint32_t> code_short(const Nux8u* lit, const Nux16u* dist, Nux32u coun
     for (Nux32u k = 0; k < count; ++k) {
         const unsigned b = lit[k], d = dist[k];
         if (d == 0) {
-            w.put(ll[b].code, ll[b].len);
+            w.put(ll[b].code, code_bits(ll[b]));
             continue;
         }
         const unsigned lc = kLengthCode[b];
-        w.put(ll[257 + lc].code, ll[257 + lc].len);
+        w.put(ll[257 + lc].code, code_bits(ll[257 + lc]));
         if (kLengthExtra[lc]) w.put(b + 3 - kLengthBase[lc], kLengthExtra[lc]);
         const unsigned c = rfc1951::kDistCode[dist_index(d)];
-        w.put(dc[c].code, dc[c].len);
+        w.put(dc[c].code, code_bits(dc[c]));
         if (kDistExtra[c]) w.put(d - kDistBase[c], kDistExtra[c]);
     }
     return w;
@@ -114,20 +120,21 @@ BitWriter<uint64_t> code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count
     Field first[512];  // literal b at b, match length byte b at 256 + b
     DistField dist_tab[512];
     for (unsigned b = 0; b < 256; ++b) {
-        first[b] = {ll[b].code, ll[b].len};
+        first[b] = {ll[b].code, code_bits(ll[b])};
         const unsigned lc = kLengthCode[b];
         const NuxDeflateCode& e = ll[257 + lc];
-        first[256 + b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << e.len, uint32_t(e.len + kLengthExtra[lc])};
+        const unsigned n = code_bits(e);
+        first[256 + b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << n, n + kLengthExtra[lc]};
     }
     for (unsigned d = 1; d <= 256; ++d) {
         const unsigned c = dist_code(int(d));
-        const NuxDeflateCode& e = dc[c];
-        dist_tab[d - 1] = {e.code | uint32_t(d - kDistBase[c]) << e.len, 0, uint8_t(e.len + kDistExtra[c]),
-                           uint16_t(d)};
+        const unsigned n = code_bits(dc[c]);
+        dist_tab[d - 1] = {dc[c].code | uint32_t(d - kDistBase[c]) << n, 0, uint8_t(n + kDistExtra[c]), uint16_t(d)};
     }
     for (unsigned h = 0; h < 256; ++h) {
         const unsigned c = rfc1951::kDistCode[256 + h];
-        dist_tab[256 + h] = {dc[c].code, uint8_t(dc[c].len), uint8_t(dc[c].len + kDistExtra[c]), kDistBase[c]};
+        const unsigned n = code_bits(dc[c]);
+        dist_tab[256 + h] = {dc[c].code, uint8_t(n), uint8_t(n + kDistExtra[c]), kDistBase[c]};
     }
     uint64_t acc = w.acc, scratch;
     unsigned n = w.n;

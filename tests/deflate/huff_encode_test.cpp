@@ -101,15 +101,18 @@ TEST(HuffEncode, BothPathsAndAnySplitGiveTheSameBits) {
               Bytes(pre_short.bytes.begin(), pre_short.bytes.begin() + 50));
 }
 
-// Distances beyond Deflate's 32768 are the caller's error; the coder must
-// still stay inside its tables and its output (ASan watches the reads).
-TEST(HuffEncode, OutOfRangeDistancesStayInBounds) {
+// Distances beyond Deflate's 32768 and code lengths beyond 15 are the
+// caller's errors; the coder must still stay inside its tables and inside the
+// worst-case room of 6 bytes per symbol (ASan watches the reads and writes).
+TEST(HuffEncode, InvalidDistancesAndLengthsStayInBounds) {
     Stream s = random_stream(3000, 5);
     for (size_t k = 0; k < s.dist.size(); k += 7) s.dist[k] = uint16_t(32769 + k * 13 % 32767);
-    const Codes c(3);
+    Codes c(3);
+    for (size_t k = 0; k < 288; k += 5) c.ll[k] = {0xFFFF, uint16_t(40 + k)};
+    for (auto& e : c.dc) e.len = 0xFFFF;
     for (size_t n : {100, 3000}) {
         const Stream part{Bytes(s.lit.begin(), s.lit.begin() + n), std::vector<Nux16u>(s.dist.begin(), s.dist.begin() + n)};
-        code(part, c, {n});
+        EXPECT_LE(code(part, c, {n}).bytes.size(), 6 * n);
     }
 }
 
