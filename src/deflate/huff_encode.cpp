@@ -95,6 +95,12 @@ struct Field {
     uint32_t bits;
 };
 
+// A whole symbol: literal, or length and distance fields joined.
+struct WideField {
+    uint64_t value;
+    uint32_t bits;
+};
+
 // A distance code with its extra bits: the field of distance d is
 // value | (d - base) << shift, `bits` long. Up to 256 there is one entry per
 // distance with the extra bits already in `value` (base = d); above, one
@@ -109,62 +115,86 @@ struct DistField {
 // and lengths share one table (a length's code already joined with its extra
 // bits, at most 15 + 5 bits), and every distance is one look-up of its code
 // and extra bits, so a whole symbol becomes one field of at most 48 bits
-// (15 + 5 + 15 + 13) and no step branches on the data: literal or match, and
-// whether the 64-bit word is complete, are selections by mask (the compiler
-// would turn conditionals into branches, and these follow the data). A
-// complete word is stored at the output; an incomplete one goes to a scratch
-// slot instead, so every word reaching the output is completely filled with
-// stream bits.
+// (15 + 5 + 15 + 13). No step branches on the data (literal or match follows
+// it): a literal's distance 0 selects an empty distance entry.
+class LongCoder {
+public:
+    LongCoder(const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
+        for (unsigned b = 0; b < 256; ++b) {
+            first_[b] = {ll[b].code, code_bits(ll[b])};
+            const unsigned lc = kLengthCode[b];
+            const NuxDeflateCode& e = ll[257 + lc];
+            const unsigned n = code_bits(e);
+            first_[256 + b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << n, n + kLengthExtra[lc]};
+        }
+        for (unsigned d = 1; d <= 256; ++d) {
+            const unsigned c = dist_code(int(d));
+            const unsigned n = code_bits(dc[c]);
+            dist_[d - 1] = {dc[c].code | uint32_t(d - kDistBase[c]) << n, 0, uint8_t(n + kDistExtra[c]), uint16_t(d)};
+        }
+        for (unsigned h = 0; h < 256; ++h) {
+            const unsigned c = rfc1951::kDistCode[256 + h];
+            const unsigned n = code_bits(dc[c]);
+            dist_[256 + h] = {dc[c].code, uint8_t(n), uint8_t(n + kDistExtra[c]), kDistBase[c]};
+        }
+        // Distances above 32768 (the caller's error) wrap around, except the
+        // top 127, which share the empty last entry with a literal's distance 0.
+        for (unsigned h = 512; h < 767; ++h) dist_[h] = dist_[h - 256];
+        dist_[767] = {0, 0, 0, 0};
+    }
+
+    // The field of a literal (d == 0) or of a match (length byte b, distance d).
+    WideField field(unsigned b, uint32_t d) const {
+        const Field f = first_[b + (uint32_t(d != 0) << 8)];
+        // As dist_index, but 16 bits wide, so that distance 0 has an entry of its own.
+        const uint32_t dm1 = (d - 1) & 0xFFFF;
+        const DistField& e = dist_[dm1 > 255 ? 256 + (dm1 >> 7) : dm1];
+        const uint64_t dv = e.value | uint64_t(d - e.base) << e.shift;
+        return {f.value | dv << f.bits, uint32_t(f.bits + e.bits)};
+    }
+
+private:
+    Field first_[512];  // literal b at b, match length byte b at 256 + b
+    DistField dist_[768];
+};
+
+// The 64-bit path. While at least 64 bits of symbols are still to come, each
+// field is added below the 0..7 pending bits and the whole word is stored
+// unconditionally: its complete bytes are output, and the bytes above them,
+// which may run up to 7 bytes past the current end, are written again by the
+// symbols that follow before the call's end. The symbols of the last 64 bits
+// go out word by word, so nothing is stored past the last reported byte.
 BitWriter<uint64_t> code_long(const Nux8u* lit, const Nux16u* dist, Nux32u count, BitWriter<uint64_t> w,
                               const NuxDeflateCode* ll, const NuxDeflateCode* dc) {
-    Field first[512];  // literal b at b, match length byte b at 256 + b
-    DistField dist_tab[512];
-    for (unsigned b = 0; b < 256; ++b) {
-        first[b] = {ll[b].code, code_bits(ll[b])};
-        const unsigned lc = kLengthCode[b];
-        const NuxDeflateCode& e = ll[257 + lc];
-        const unsigned n = code_bits(e);
-        first[256 + b] = {e.code | uint32_t(b + 3 - kLengthBase[lc]) << n, n + kLengthExtra[lc]};
-    }
-    for (unsigned d = 1; d <= 256; ++d) {
-        const unsigned c = dist_code(int(d));
-        const unsigned n = code_bits(dc[c]);
-        dist_tab[d - 1] = {dc[c].code | uint32_t(d - kDistBase[c]) << n, 0, uint8_t(n + kDistExtra[c]), uint16_t(d)};
-    }
-    for (unsigned h = 0; h < 256; ++h) {
-        const unsigned c = rfc1951::kDistCode[256 + h];
-        const unsigned n = code_bits(dc[c]);
-        dist_tab[256 + h] = {dc[c].code, uint8_t(n), uint8_t(n + kDistExtra[c]), kDistBase[c]};
-    }
-    uint64_t acc = w.acc, scratch;
+    const LongCoder coder(ll, dc);
+    Nux32u tail = count;
+    for (uint32_t bits = 0; tail > 0 && bits < 64; --tail) bits += coder.field(lit[tail - 1], dist[tail - 1]).bits;
+    w.flush_bytes();
+    uint64_t acc = w.acc;
     unsigned n = w.n;
     uint8_t* dst = w.dst;
-    for (Nux32u k = 0; k < count; ++k) {
-        const uint32_t d = dist[k], is_match = d != 0;
-        const uint64_t match_mask = 0 - uint64_t(is_match);
-        const Field f = first[lit[k] + (is_match << 8)];
-        const DistField& e = dist_tab[dist_index(d)];
-        const uint64_t dv = (e.value | uint64_t(d - e.base) << e.shift) & match_mask;
-        const uint64_t v = f.value | dv << f.bits;
-        const uint64_t total = n + f.bits + (e.bits & match_mask);
-        // Insert the field; the part beyond bit 63 starts the next word.
-        const uint64_t word = acc | v << n;
-        const uint64_t complete = total >> 6, incomplete_mask = complete - 1;
-        const uintptr_t out = uintptr_t(dst), spare = uintptr_t(&scratch);
-        std::memcpy(reinterpret_cast<uint8_t*>(out ^ ((out ^ spare) & incomplete_mask)), &word, 8);
-        dst += complete * 8;
-        const uint64_t rest = v >> ((64 - n) & 63);
-        acc = (word & incomplete_mask) | (rest & ~incomplete_mask);
-        n = unsigned(total & 63);
+    for (Nux32u k = 0; k < tail; ++k) {
+        const WideField f = coder.field(lit[k], dist[k]);
+        acc |= f.value << n;  // n <= 7 and a field has at most 48 bits
+        n += f.bits;
+        std::memcpy(dst, &acc, 8);
+        dst += n >> 3;
+        acc >>= n & 56;
+        n &= 7;
     }
-    if (n >= 32) {
-        const uint32_t low = uint32_t(acc);
-        std::memcpy(dst, &low, 4);
-        dst += 4;
-        acc >>= 32;
-        n -= 32;
+    w = {acc, n, dst};
+    for (Nux32u k = tail; k < count; ++k) {
+        const WideField f = coder.field(lit[k], dist[k]);
+        w.put(f.value, f.bits);
     }
-    return {acc, n, dst};
+    if (w.n >= 32) {
+        const uint32_t low = uint32_t(w.acc);
+        std::memcpy(w.dst, &low, 4);
+        w.dst += 4;
+        w.acc >>= 32;
+        w.n -= 32;
+    }
+    return w;
 }
 
 }  // namespace
