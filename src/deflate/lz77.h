@@ -82,15 +82,19 @@ inline uint32_t crc_hash(const uint8_t* p, uint32_t mask) {
     return _mm_crc32_u32(0, load32(p)) & mask;
 }
 
-// CRC-hash insertion of position `pos` (bytes at p): the chain entry keeps
-// the previous head, and the previous head is returned as the first candidate.
-inline int32_t insert_crc(const uint8_t* p, int32_t pos, int32_t* head, int32_t* chain,
-                          uint32_t hash_mask, uint32_t win_mask) {
-    const uint32_t h = crc_hash(p, hash_mask);
+// Insertion of position `pos` with hash h: the chain entry keeps the
+// previous head, and the previous head is returned as the first candidate.
+inline int32_t insert_hashed(uint32_t h, int32_t pos, int32_t* head, int32_t* chain, uint32_t win_mask) {
     const int32_t old = head[h];
     chain[uint32_t(pos) & win_mask] = old;
     head[h] = pos;
     return old;
+}
+
+// CRC-hash insertion of position `pos` (bytes at p).
+inline int32_t insert_crc(const uint8_t* p, int32_t pos, int32_t* head, int32_t* chain,
+                          uint32_t hash_mask, uint32_t win_mask) {
+    return insert_hashed(crc_hash(p, hash_mask), pos, head, chain, win_mask);
 }
 
 // Number of equal leading bytes of a and b, at most `limit`. Sixteen bytes per

@@ -58,22 +58,31 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_l
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
     SymbolWriter sym(c);
+    // The hash of the position to parse next, while it is below code_end.
+    uint32_t h = sp.code_end > 0 ? crc_hash(src, hmask) : 0;
+    auto hash_at = [&](int64_t i) { return i < sp.code_end ? crc_hash(src + i, hmask) : 0; };
     // Parses the position at offset i and returns the offset after its
     // symbol. With `full` the position has the whole lookahead, so the match
     // limit is the constant maximum and no covered position reaches the end.
     auto step = [&](int64_t i, auto full) -> int64_t {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        const int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
-        // The next position's head entry, which a literal here needs next
-        // (its four bytes exist only with the whole lookahead).
-        if (full) __builtin_prefetch(head + crc_hash(cur + 1, hmask));
+        const int32_t cand = insert_hashed(h, p, head, chain, wmask);
+        // The next position's hash and head entry, which a literal here
+        // needs next (its four bytes exist only with the whole lookahead).
+        uint32_t next = 0;
+        if (full) {
+            next = crc_hash(cur + 1, hmask);
+            __builtin_prefetch(head + next);
+        }
         const int limit = full ? rfc1951::kMaxMatch : int(std::min<int64_t>(max_len, sp.n - i));
         const Match m = walk_chain(hist, chain, wmask, win, cur, p, cand, row.depth, limit, row.shorten, row.enough, 3);
         if (m.len < 4) {
             sym.literal(*cur);
+            h = full ? next : hash_at(i + 1);
             return i + 1;
         }
+        h = hash_at(i + m.len);
         sym.match(m.len, m.dist);
         // Covered positions: all of them for short matches. A match that
         // overlaps itself (a run with period m.dist) only needs its last few

@@ -35,11 +35,17 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
     int64_t i = 0;
     bool pending = false;
     int prev_len = 0, prev_dist = 0;
+    // The hash of position i: found one position ahead, where it also serves
+    // the prefetch, whenever the parse moves on by one.
+    uint32_t h = sp.code_end > 0 ? crc_hash(src, hmask) : 0;
     while (i < sp.code_end && sym.has_room(2)) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        const int32_t cand = insert_crc(cur, p, head, chain, hmask, wmask);
-        if (i + 1 < sp.code_end) __builtin_prefetch(head + crc_hash(cur + 1, hmask));
+        const int32_t cand = insert_hashed(h, p, head, chain, wmask);
+        if (i + 1 < sp.code_end) {
+            h = crc_hash(cur + 1, hmask);
+            __builtin_prefetch(head + h);
+        }
         const int limit = int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i));
         const int start = prev_len >= 4 ? prev_len : 3;
         int best = start, best_dist = 0;
@@ -54,6 +60,7 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
             sym.match(prev_len, prev_dist);
             insert_range(i + 1, i + prev_len - 2);
             i += prev_len - 1;
+            if (i < sp.code_end) h = crc_hash(src + i, hmask);
             pending = false;
             prev_len = 0;
             continue;
