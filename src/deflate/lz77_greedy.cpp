@@ -83,6 +83,7 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_l
             return i + 1;
         }
         h = hash_at(i + m.len);
+        __builtin_prefetch(head + h);
         sym.match(m.len, m.dist);
         // Covered positions: all of them for short matches. A match that
         // overlaps itself (a run with period m.dist) only needs its last few

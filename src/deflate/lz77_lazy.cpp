@@ -58,9 +58,12 @@ NuxStatus lazy(const Lz77Call& c, int32_t pos0, Hist hist) {  // by value: a loc
         if (pending && prev_len >= 4 && best == start) {
             // Nothing longer here: the held match from i - 1 goes out.
             sym.match(prev_len, prev_dist);
+            if (i + prev_len - 1 < sp.code_end) {
+                h = crc_hash(src + i + prev_len - 1, hmask);
+                __builtin_prefetch(head + h);
+            }
             insert_range(i + 1, i + prev_len - 2);
             i += prev_len - 1;
-            if (i < sp.code_end) h = crc_hash(src + i, hmask);
             pending = false;
             prev_len = 0;
             continue;
