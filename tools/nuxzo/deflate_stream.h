@@ -51,22 +51,31 @@ inline void build_lengths(const uint32_t* freq, int n, int limit, uint8_t* lens)
     constexpr int kMaxSymbols = 288;
     if (n > kMaxSymbols) throw std::invalid_argument("too many symbols for a Deflate code");
     std::fill(lens, lens + n, uint8_t(0));
-    // Used symbols by ascending frequency, ties in symbol order.
-    uint64_t keys[kMaxSymbols];
+    // Used symbols by ascending frequency, ties in symbol order: a stable
+    // radix sort, one pass per byte of frequency that any symbol uses.
+    int syms[kMaxSymbols], spare[kMaxSymbols];
     int m = 0;
-    for (int s = 0; s < n; ++s)
-        if (freq[s]) keys[m++] = uint64_t(freq[s]) << 16 | uint32_t(s);
+    uint32_t all = 0;
+    for (int s = 0; s < n; ++s) {
+        if (freq[s]) syms[m++] = s;
+        all |= freq[s];
+    }
     if (m < 2) {
-        const int a = m ? int(keys[0] & 0xFFFF) : 0;
+        const int a = m ? syms[0] : 0;
         lens[a] = 1;
         lens[a == 0 ? 1 : 0] = 1;
         return;
     }
-    std::sort(keys, keys + m);
-    int syms[kMaxSymbols];
+    for (int shift = 0; shift < 32 && (all >> shift) != 0; shift += 8) {
+        int start[257] = {};
+        for (int k = 0; k < m; ++k) ++start[((freq[syms[k]] >> shift) & 0xFF) + 1];
+        for (int b = 0; b < 256; ++b) start[b + 1] += start[b];
+        for (int k = 0; k < m; ++k) spare[start[(freq[syms[k]] >> shift) & 0xFF]++] = syms[k];
+        std::copy(spare, spare + m, syms);
+    }
     uint64_t weight[2 * kMaxSymbols];
     int parent[2 * kMaxSymbols];
-    for (int k = 0; k < m; ++k) syms[k] = int(keys[k] & 0xFFFF), weight[k] = keys[k] >> 16;
+    for (int k = 0; k < m; ++k) weight[k] = freq[syms[k]];
     int leaf = 0, inner = m;
     auto take = [&](int made) {
         if (leaf < m && (inner >= made || weight[leaf] <= weight[inner])) return leaf++;
