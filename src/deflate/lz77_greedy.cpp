@@ -82,6 +82,8 @@ NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_l
             h = full ? next : hash_at(i + 1);
             return i + 1;
         }
+        // The position after the match: its head entry arrives while the
+        // covered positions are inserted.
         h = hash_at(i + m.len);
         __builtin_prefetch(head + h);
         sym.match(m.len, m.dist);
