@@ -23,18 +23,26 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, Hist hist) {  // by valu
     int32_t* head = c.pHashHead;
     SymbolWriter sym(c);
     int64_t i = 0;
+    // The hash of position i, found one position ahead (see the chained parse).
+    uint32_t h = sp.code_end > 0 ? shift_hash(src, hmask) : 0;
     while (i < sp.code_end && !sym.full()) {
         const int32_t p = pos0 + int32_t(i);
         const uint8_t* cur = src + i;
-        const uint32_t h = shift_hash(cur, hmask);
         const int32_t cand = head[h];
         head[h] = p;
-        if (i + 1 < sp.code_end) __builtin_prefetch(head + shift_hash(cur + 1, hmask));
+        if (i + 1 < sp.code_end) {
+            h = shift_hash(cur + 1, hmask);
+            __builtin_prefetch(head + h);
+        }
         int len = 0;
         if (uint32_t(p) - uint32_t(cand) - 1u < win - 1u)
             len = hist.match(cur, cand, int(std::min<int64_t>(rfc1951::kMaxMatch, sp.n - i)));
         if (len >= 3) {
             sym.match(len, p - cand);
+            if (i + len < sp.code_end) {
+                h = shift_hash(src + i + len, hmask);
+                __builtin_prefetch(head + h);
+            }
             // Every covered position that still has three bytes goes into the head.
             const int64_t last = std::min<int64_t>(i + len - 1, sp.n - 3);
             for (int64_t q = i + 1; q <= last; ++q) head[shift_hash(src + q, hmask)] = pos0 + int32_t(q);
