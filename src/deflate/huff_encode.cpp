@@ -146,15 +146,16 @@ public:
     // The field of a literal (d == 0) or of a match (length byte b, distance d).
     WideField field(unsigned b, uint32_t d) const {
         // Whether d is a match, and whether it is above 256, follow the data:
-        // both are hidden from the compiler, which would otherwise branch on
-        // them (and mispredict about every other symbol).
+        // the values that depend on them are hidden from the compiler, which
+        // would otherwise branch on them (and mispredict about every other
+        // symbol); the distance index is a conditional move.
         uint32_t is_match = d != 0;
         // As dist_index, but 16 bits wide, so that distance 0 has an entry of its own.
         const uint32_t dm1 = (d - 1) & 0xFFFF;
-        uint32_t far = dm1 > 255;
-        asm("" : "+r"(is_match), "+r"(far));
+        uint32_t index = dm1 > 255 ? 256 + (dm1 >> 7) : dm1;
+        asm("" : "+r"(is_match), "+r"(index));
         const Field f = first_[b + (is_match << 8)];
-        const DistField& e = dist_[(dm1 >> (far * 7)) + (far << 8)];
+        const DistField& e = dist_[index];
         const uint64_t dv = e.value | uint64_t(d - e.base) << e.shift;
         return {f.value | dv << f.bits, uint32_t(f.bits + e.bits)};
     }
