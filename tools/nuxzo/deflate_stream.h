@@ -2,14 +2,17 @@
 // the way an application would use it. Header-only so that the tool, the
 // benchmark, the tests and the fuzz target run the very same code.
 //
-// Data flow: input is appended to one buffer that keeps the last 32 KiB of
-// already-parsed bytes directly in front of the first unparsed byte, so the
-// window pointer passed to the parser is the input pointer itself and every
-// match into history is a plain backwards pointer. The parser fills symbol
-// arrays and the frequency tables; when the symbol arrays are full (or the
-// stream ends) the block is written: length-limited Huffman codes are built
-// from the frequencies, and the cheapest of a dynamic, a fixed and a stored
-// block is chosen by exact bit count.
+// Data flow: the parser always sees the last 32 KiB of already-parsed bytes
+// directly in front of the first unparsed byte, so the window pointer passed
+// to it is the input pointer itself and every match into history is a plain
+// backwards pointer. Small writes are appended to one buffer that keeps that
+// history. A large write is parsed where the caller holds it: only its first
+// bytes go through the buffer, until the parse is more than a window into
+// it; the unparsed rest and its history are copied back at the end. The
+// parser fills symbol arrays and the frequency tables; when the symbol
+// arrays are full (or the stream ends) the block is written: length-limited
+// Huffman codes are built from the frequencies, and the cheapest of a
+// dynamic, a fixed and a stored block is chosen by exact bit count.
 //
 // Memory is bounded (about 2.3 MiB whatever the input size).
 #pragma once
@@ -174,6 +177,22 @@ class RawWriter {
     // Symbols per block: small enough to follow changing statistics and to
     // keep every 16-bit count from overflowing.
     static constexpr uint32_t kBlockSymbols = 16383;
+    // A block whose raw bytes exceed this is never stored: a fixed-code
+    // block costs at most 31 bits per symbol (8-bit length code, 5 extra
+    // bits, 5-bit distance code, 13 extra bits) plus 10 bits, and a stored
+    // block 8 bits per byte. So only shorter blocks need their bytes kept.
+    static constexpr size_t kStoredMax = 65536;
+    static_assert(uint64_t(kBlockSymbols) * 31 + 10 < 8 * uint64_t(kStoredMax));
+    // Bytes the parser keeps unparsed without flush: the longest match plus
+    // the three bytes that hashing its last position reads (RFC 1951: at most
+    // 258 bytes per match).
+    static constexpr size_t kLookahead = 258 + 3;
+    // Writes from this size on are parsed in the caller's buffer. The part
+    // copied first takes the parse beyond one window and kStoredMax into it,
+    // so that the history lies in the caller's bytes and an older block is
+    // too long to be stored.
+    static constexpr size_t kInPlaceLead = kStoredMax + kLookahead, kInPlaceMin = 4 * kStoredMax;
+    static_assert(kStoredMax >= kWindow);
 
     RawWriter(int level, Sink sink, const uint8_t* dict = nullptr, size_t dict_len = 0)
         : level_(uint32_t(level)), sink_(std::move(sink)), buf_(kWindow + kChunk), head_(kHashSize, -32768),
@@ -195,13 +214,16 @@ class RawWriter {
 
     void write(const uint8_t* data, size_t n) {
         while (n > 0) {
-            if (end_ == buf_.size()) compact();
-            const size_t take = std::min(n, buf_.size() - end_);
+            const bool in_place = n >= kInPlaceMin;
+            if (buf_.size() - end_ < (in_place ? kInPlaceLead : 1)) compact();
+            const size_t take = in_place ? kInPlaceLead : std::min(n, buf_.size() - end_);
+            const size_t data_at = end_;
             std::memcpy(buf_.data() + end_, data, take);
             end_ += take;
+            parse(0);
+            if (in_place && start_ > data_at + kStoredMax) return parse_in_place(data, n, data_at);
             data += take;
             n -= take;
-            parse(0);
         }
     }
 
@@ -221,24 +243,44 @@ class RawWriter {
         symbols_ = 0;
     }
 
-    // Keeps the last 32 KiB before the first unparsed byte (and the raw
-    // bytes of the current block when they are near) at the buffer start.
+    // The first byte still needed: 32 KiB before the first unparsed one, or
+    // the block start while the block may still be stored.
+    size_t keep_from() const {
+        const size_t history = start_ > kWindow ? start_ - kWindow : 0;
+        return block_bytes() < kStoredMax ? std::min(history, block_start_) : history;
+    }
+
+    // Offsets now count from `first` of the old ones.
+    void drop_front(size_t first) { start_ -= first, end_ -= first, block_start_ -= first; }
+
+    size_t block_bytes() const { return start_ - block_start_; }
+
     void compact() {
-        size_t keep = start_ > kWindow ? start_ - kWindow : 0;
-        if (block_ok_ && block_start_ >= start_ - std::min(start_, kChunk / 2)) keep = std::min(keep, block_start_);
-        if (block_start_ < keep) block_ok_ = false;
+        const size_t keep = keep_from();
         std::memmove(buf_.data(), buf_.data() + keep, end_ - keep);
-        start_ -= keep, end_ -= keep;
-        block_start_ = block_start_ >= keep ? block_start_ - keep : 0;
+        drop_front(keep);
+    }
+
+    // The buffer holds data[0..) from data_at on, parsed up to start_; the
+    // parse goes on in `data`, and what the next call needs moves back.
+    void parse_in_place(const uint8_t* data, size_t n, size_t data_at) {
+        drop_front(data_at);
+        end_ = n;
+        src_ = data;
+        parse(0);
+        const size_t keep = keep_from();
+        std::memcpy(buf_.data(), data + keep, n - keep);
+        drop_front(keep);
+        src_ = buf_.data();
     }
 
     void parse(int flush) {
         for (;;) {
-            const uint8_t* p = buf_.data() + start_;
+            const uint8_t* p = src_ + start_;
             uint32_t len = uint32_t(end_ - start_), slots = kBlockSymbols - symbols_;
             nuxsDeflateLZ77_8u(&p, &len, &pos_, p, kWindow, head_.data(), chain_.data(), kHashSize, lit_freq_,
                                dist_freq_, lit_.data() + symbols_, dist_.data() + symbols_, &slots, level_, flush);
-            const size_t used = size_t(p - (buf_.data() + start_));
+            const size_t used = size_t(p - (src_ + start_));
             start_ += used;
             symbols_ = kBlockSymbols - slots;
             if (slots == 0) {
@@ -312,16 +354,16 @@ class RawWriter {
             fixed += uint64_t(df[s]) * 5;
         }
         dyn += extra, fixed += extra;
-        const size_t raw = start_ - block_start_;
+        const size_t raw = block_bytes(), stored_room = raw < kStoredMax ? raw + raw / 65535 * 5 : 0;
         uint64_t stored = UINT64_MAX;
-        if (block_ok_) {
+        if (raw < kStoredMax) {
             const uint64_t pieces = std::max<uint64_t>(1, (raw + 65534) / 65535);
             stored = (bit_count_ + 3 + 7) / 8 * 8 - bit_count_ + 32 + (pieces - 1) * 40 + 8 * uint64_t(raw);
         }
 
-        ensure_out(std::max<size_t>(size_t(symbols_) * 6, raw + raw / 65535 * 5) + 1024);
+        ensure_out(std::max<size_t>(size_t(symbols_) * 6, stored_room) + 1024);
         if (stored <= dyn && stored <= fixed) {
-            write_stored(buf_.data() + block_start_, raw, final);
+            write_stored(src_ + block_start_, raw, final);
         } else if (fixed <= dyn) {
             put_bits(final ? 3 : 2, 3);
             static const std::vector<NuxDeflateCode> fixed_codes = [] {
@@ -353,7 +395,6 @@ class RawWriter {
             code_body(codes, codes + kNumLitLen);
         }
         block_start_ = start_;
-        block_ok_ = true;
         reset_stats();
         drain();
     }
@@ -383,6 +424,7 @@ class RawWriter {
     uint32_t level_;
     Sink sink_;
     std::vector<uint8_t> buf_;
+    const uint8_t* src_ = buf_.data();  // where the offsets below point: buf_, or a write's data
     std::vector<int32_t> head_, chain_;
     std::vector<uint8_t> lit_;
     std::vector<uint16_t> dist_;
@@ -390,9 +432,11 @@ class RawWriter {
     size_t out_len_ = 0;
     NuxDeflateCode lit_freq_[kNumLitLen], dist_freq_[kNumDist];
     uint32_t symbols_ = 0;
-    size_t start_ = 0, end_ = 0;  // first unparsed byte, end of buffered input
-    size_t block_start_ = 0;      // first input byte of the current block
-    bool block_ok_ = true;        // its raw bytes are all still in the buffer
+    size_t start_ = 0, end_ = 0;  // first unparsed byte, end of the input at hand
+    // First input byte of the current block. Its bytes are kept while it is
+    // shorter than kStoredMax; after that the offset may point before the
+    // data at hand (modulo 2^64), and start_ - block_start_ is still its length.
+    size_t block_start_ = 0;
     uint32_t pos_ = 0;            // position of buf_[start_] for the parser
     uint16_t bit_buf_ = 0;
     uint32_t bit_count_ = 0;

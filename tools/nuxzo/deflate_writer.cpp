@@ -11,7 +11,7 @@
 namespace nuxzo {
 namespace {
 
-constexpr size_t kReadChunk = 1 << 18;
+constexpr size_t kReadChunk = 1 << 20;
 
 // Running CRC-32 (gzip trailer) and Adler-32 (zlib trailer) of the input.
 struct Checksums {
