@@ -310,9 +310,9 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     uint32_t e = t.first(buf);
     for (size_t count; (count = budget()) != 0;) do {
         if (Tables::is_literal(e)) {
-            // Two literals, then a refill: a literal found in the first level
-            // takes at most 11 bits, so 56 bits cover two of them and the
-            // next symbol's lookup.
+            // Up to three literals, then a refill: a literal found in the
+            // first level takes at most 11 bits, so 56 bits cover three of
+            // them and the next symbol's lookup.
             *out++ = Tables::literal(e);
             buf >>= Tables::bits_of(e);
             bits -= Tables::charge(e);
@@ -322,6 +322,12 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                 buf >>= Tables::bits_of(e);
                 bits -= Tables::charge(e);
                 e = t.first(buf);
+                if (Tables::is_literal(e)) {
+                    *out++ = Tables::literal(e);
+                    buf >>= Tables::bits_of(e);
+                    bits -= Tables::charge(e);
+                    e = t.first(buf);
+                }
             }
             refill();  // keeps the low bits: `e` stays valid
             continue;
