@@ -36,8 +36,9 @@ enum SubState : uint32_t { kSubNone = 0, kSubLiteral = 1, kSubMatch = 2 };
 
 constexpr uint32_t kModeEndOfBlock = 0, kModeNeedInput = 1, kModeOutputFull = 2;
 
-// Longest match plus the widest over-copy of the word-wise match copy.
-constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 3 + 32;
+// Longest match plus the widest over-copy of the word-wise match copy (a
+// short match is written as 64 bytes).
+constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 3 + 64;
 
 // The two entry codings behind one interface, so that one decoder serves
 // both layouts. An entry is one of: a literal, a length symbol, or special
@@ -208,12 +209,16 @@ NUX_INLINE void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (dist >= 32) {
-        // Most matches are short: one 32-byte word covers them.
-        do {
+        // Most matches are short: two 32-byte words cover them.
+        copy32(out, src);
+        copy32(out + 32, src + 32);
+        out += 64;
+        src += 64;
+        while (out < end) {
             copy32(out, src);
             out += 32;
             src += 32;
-        } while (out < end);
+        }
     } else if (dist >= 16) {
         copy16(out, src);
         copy16(out + 16, src + 16);
