@@ -58,11 +58,23 @@ NuxStatus single_probe(const Lz77Call& c, int32_t pos0, Hist hist) {  // by valu
     return NuxStatusOk;
 }
 
-template <typename Hist, typename Row>
-NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_len) {  // by value: a local the symbol stores cannot alias
+// The table sizes of a chained parse: at run time, or the usual ones (64 Ki
+// hash heads, a 32 KiB window) compiled in with a level row, which frees
+// the registers that the masks and the window size would take.
+struct RuntimeSizes {
+    uint32_t hmask, win, wmask;
+    explicit RuntimeSizes(const Lz77Call& c) : hmask(c.hashSize - 1), win(c.winSize), wmask(c.winSize - 1) {}
+};
+struct UsualSizes {
+    static constexpr uint32_t hash = 65536, window = 32768;
+    static constexpr uint32_t hmask = hash - 1, win = window, wmask = window - 1;
+};
+
+template <typename Hist, typename Row, typename Sizes>
+NuxStatus chained(const Lz77Call& c, int32_t pos0, Hist hist, Row row, int max_len, Sizes sizes) {  // by value: a local the symbol stores cannot alias
     const uint8_t* src = *c.ppSrc;
     const Span sp = span_of(*c.pSrcLen, c.flush);
-    const uint32_t hmask = c.hashSize - 1, win = c.winSize, wmask = win - 1;
+    const uint32_t hmask = sizes.hmask, win = sizes.win, wmask = sizes.wmask;
     int32_t* head = c.pHashHead;
     int32_t* chain = c.pHashChain;
     SymbolWriter sym(c);
@@ -133,13 +145,14 @@ NuxStatus greedy_chained(const Lz77Call& c, int32_t pos0, bool plain) {
         row.insert_limit = std::min(row.insert_limit, rfc1951::kMaxMatch - 1);
     }
     const bool contiguous = *c.ppSrc == c.pWindow;
+    const bool usual = c.hashSize == UsualSizes::hash && c.winSize == UsualSizes::window;
     NuxStatus status;
-    if (contiguous && !plain && !single && run_level_row<false>(m, [&](auto fixed) {
-            status = chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), fixed, rfc1951::kMaxMatch);
+    if (contiguous && usual && !plain && !single && run_level_row<false>(m, [&](auto fixed) {
+            status = chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), fixed, rfc1951::kMaxMatch, UsualSizes{});
         }))
         return status;
-    if (contiguous) return chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), row, max_len);
-    return chained(c, pos0, History(*c.ppSrc, c.pWindow, pos0), row, max_len);
+    if (contiguous) return chained(c, pos0, ContiguousHistory(*c.ppSrc, pos0), row, max_len, RuntimeSizes(c));
+    return chained(c, pos0, History(*c.ppSrc, c.pWindow, pos0), row, max_len, RuntimeSizes(c));
 }
 
 NuxStatus lz77_greedy(const Lz77Call& c) {
