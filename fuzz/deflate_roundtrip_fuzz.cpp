@@ -1,6 +1,7 @@
 // Compresses the input with the stream writer at a fuzz-chosen level, write
 // chunking and optional preset dictionary, and checks that zlib inflates it
-// back to the input exactly.
+// back to the input exactly. Tiled inputs are long enough for the writes
+// that the writer parses in place.
 #include <zlib.h>
 
 #include <cstdint>
@@ -15,13 +16,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int level = data[0] % 30;
     const unsigned mode = data[1];
     data += 2, size -= 2;
-    // Low bits: a chunk size for the writes; bit 7: the first quarter is a dictionary.
-    const size_t chunk = size_t(1) << (mode & 15);
+    // Low bits: a chunk size for the writes; bit 6: the input is tiled to
+    // about 600 KB (each copy xor-ed with its number) and chunks are 32
+    // times larger; bit 7: the first quarter is a dictionary.
+    const bool tiled = mode & 0x40;
+    const size_t chunk = size_t(1) << ((mode & 15) + (tiled ? 5 : 0));
     size_t dict_len = 0;
     if ((mode & 0x80) && size >= 8) dict_len = size / 4;
     const uint8_t* dict = data;
     const uint8_t* in = data + dict_len;
-    const size_t n = size - dict_len;
+    size_t n = size - dict_len;
+    std::vector<uint8_t> tiles;
+    if (tiled && n && n < 600000) {
+        tiles.resize(600000 / n * n);
+        for (size_t k = 0; k < tiles.size(); ++k) tiles[k] = uint8_t(in[k % n] ^ (k / n));
+        in = tiles.data();
+        n = tiles.size();
+    }
 
     std::vector<uint8_t> z;
     nuxzo::deflate_stream::RawWriter w(level, [&](const uint8_t* p, size_t k) { z.insert(z.end(), p, p + k); },
