@@ -3,7 +3,6 @@
 // inflate_tables.h.
 #include <array>
 #include <cstring>
-#include <type_traits>
 
 #include "core/args.h"
 #include "core/memory.h"
@@ -138,17 +137,19 @@ inline void double_filled(T* t, size_t half) {
 
 // Fills one alphabet of the general layout: a first level of 2^kRoot
 // entries followed by second-level tables, one per kRoot-bit prefix of the
-// longer codes, each as wide as the longest code below its prefix. `leaf`
-// makes the entry of a symbol, `ref` the reference entry of a second-level
-// table. The first level is filled by `root` per symbol when given, else by
-// doubling: after the codes of length n are placed, the 2^n entries filled
-// so far are copied behind themselves (an index's bits above n do not change
-// its code), so each short code is written once. Returns false if the second
-// levels do not fit (impossible for the complete sets that reach here, see
-// the capacities in inflate_tables.h).
-template <unsigned kRoot, typename T, typename Ref, typename Leaf, typename Root = std::nullptr_t>
+// longer codes, each as wide as the longest code below its prefix.
+// `fold(s, len)` is the number of extra bits of symbol s folded into its
+// first-level entries, `leaf(s, len, fold, v)` its entry for the value v of
+// them, `ref` the reference entry of a second-level table. The first level
+// is filled by doubling: after the entries of length n are placed, the 2^n
+// entries filled so far are copied behind themselves (an index's bits above
+// n do not change its code), so each short code is written once; a symbol
+// with folded bits counts as 2^fold codes of length n + fold. Returns false
+// if the second levels do not fit (impossible for the complete sets that
+// reach here, see the capacities in inflate_tables.h).
+template <unsigned kRoot, typename T, typename Ref, typename Fold, typename Leaf>
 bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, T* t, size_t capacity, Ref ref,
-                            Leaf leaf, Root root = nullptr) {
+                            Fold fold, Leaf leaf) {
     constexpr uint32_t kEntries = 1u << kRoot;
     // Symbols in canonical order (by length, then by symbol) and their codes.
     // Absent symbols are sorted behind all others; each half of the symbols
@@ -175,16 +176,27 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
         codes[k] = first[len] + (k - start[len]);
     }
 
+    // Symbols with folded bits wait for the length they fill at.
+    struct Folded {
+        uint16_t symbol;
+        uint8_t len, fold;
+        uint32_t index;
+    } folded[32];
+    unsigned nFolded = 0;
     unsigned k = 0;
-    if constexpr (std::is_same_v<Root, std::nullptr_t>) {
-        for (unsigned len = 1; len <= kRoot; ++len) {
-            if (len > 1) double_filled(t, size_t(1) << (len - 1));
-            for (; k < set.used && lens[order[k]] == len; ++k)
-                t[reversed(codes[k], len)] = leaf(order[k], len);
+    for (unsigned len = 1; len <= kRoot; ++len) {
+        if (len > 1) double_filled(t, size_t(1) << (len - 1));
+        for (; k < set.used && lens[order[k]] == len; ++k) {
+            const unsigned s = order[k], f = fold(s, len);
+            const uint32_t r = reversed(codes[k], len);
+            if (f) folded[nFolded++] = {uint16_t(s), uint8_t(len), uint8_t(f), r};
+            else t[r] = leaf(s, len, 0, 0);
         }
-    } else {
-        for (; k < set.used && lens[order[k]] <= kRoot; ++k)
-            root(t, order[k], lens[order[k]], reversed(codes[k], lens[order[k]]));
+        for (unsigned i = 0; i < nFolded; ++i) {
+            const Folded& f = folded[i];
+            if (f.len + f.fold != len) continue;
+            for (uint32_t v = 0; v < (1u << f.fold); ++v) t[f.index | (v << f.len)] = leaf(f.symbol, f.len, f.fold, v);
+        }
     }
     // Longer codes follow in canonical order; consecutive ones that share
     // their first kRoot bits make up one second-level table, as wide as the
@@ -200,7 +212,7 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
         T* sub = t + used;
         for (; k < end; ++k) {
             const unsigned len = lens[order[k]];
-            const T e = leaf(order[k], len);
+            const T e = leaf(order[k], len, 0, 0);
             for (uint32_t i = reversed(codes[k], len) >> kRoot; i < (1u << width); i += 1u << (len - kRoot)) sub[i] = e;
         }
         used += size_t(1) << width;
@@ -217,28 +229,13 @@ bool build_general(const Nux16u* lens, unsigned nLitLen, unsigned nDist, const C
     litTable[0] = litTable[1] = kGeneralInvalid;
     const bool litOk = build_general_alphabet<kLitRootBits>(
         lens, nLitLen, lit, litTable, kGeneralLitLenEntries,
-        [](uint32_t offset, uint32_t width) {
-            return uint16_t(((offset / 2) << 8) | kSpecialFlag | kSubTableFlag | width);
-        },
-        [](unsigned s, unsigned len) { return general_litlen_entry(s, len); });
+        [](uint32_t offset, uint32_t width) { return uint16_t(((offset / 2) << 8) | kSpecialSubTable | width); },
+        general_length_fold, general_litlen_entry);
     if (!litOk) return false;
-    // Distance codes short enough have their extra bits folded into the first
-    // level, one entry per extra value carrying the finished distance.
     return build_general_alphabet<kDistRootBits>(
         lens + nLitLen, nDist, dist, distTable, kGeneralDistEntries,
-        [](uint32_t offset, uint32_t width) { return (offset << 16) | kDistSubTable | width; },
-        [](unsigned s, unsigned len) { return dist_entry(rfc1951::kDistBase[s], len, len + rfc1951::kDistExtra[s]); },
-        [](uint32_t* t, unsigned s, unsigned len, uint32_t r) {
-            const unsigned extra = rfc1951::kDistExtra[s], total = len + extra;
-            if (total <= kDistRootBits) {
-                for (uint32_t v = 0; v < (1u << extra); ++v)
-                    for (uint32_t i = r | (v << len); i < kDistRootEntries; i += 1u << total)
-                        t[i] = dist_entry(rfc1951::kDistBase[s] + v, total, total);
-            } else {
-                for (uint32_t i = r; i < kDistRootEntries; i += 1u << len)
-                    t[i] = dist_entry(rfc1951::kDistBase[s], len, total);
-            }
-        });
+        [](uint32_t offset, uint32_t width) { return (offset << 16) | kDistSubTable | width; }, general_dist_fold,
+        general_dist_entry);
 }
 
 NuxStatus build_huff_table(const Nux16u* lens, unsigned nLitLen, unsigned nDist, NuxInflateHuffTable* table) {

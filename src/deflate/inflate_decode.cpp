@@ -8,10 +8,13 @@
 //    it holds 56..63 bits, enough for the longest symbol (15 + 5 length bits,
 //    15 + 13 distance bits);
 //  - table entries carry everything a symbol needs (bits to consume, kind,
-//    literal, length code; the short distance codes of the general layout
-//    even carry the finished distance), and a general-layout entry's low six
-//    bits are its bit count, so the buffer is shifted by the entry itself:
-//    the chain from one symbol's lookup to the next holds no masking;
+//    literal; in the general layout the finished length, and the finished
+//    distance of the short distance codes), and a general-layout entry's low
+//    six bits are its bit count, so the buffer is shifted by the entry
+//    itself: the chain from one symbol's lookup to the next holds no masking;
+//  - the lookups that follow a symbol are issued before the branch on its
+//    kind (the next literal/length entry and the distance entry), so that a
+//    mispredicted branch does not wait for a load;
 //  - while at least kFastRoom bytes of output room remain, matches are copied
 //    in 32-, 16- or 8-byte words that may run past the match end (into room
 //    that the next symbols overwrite).
@@ -36,13 +39,15 @@ enum SubState : uint32_t { kSubNone = 0, kSubLiteral = 1, kSubMatch = 2 };
 
 constexpr uint32_t kModeEndOfBlock = 0, kModeNeedInput = 1, kModeOutputFull = 2;
 
-// Longest match plus the widest over-copy of the word-wise match copy (a
-// short match is written as 64 bytes).
+// Two literals, the longest match and the widest over-copy of the word-wise
+// match copy (a short match is written as 64 bytes): the output room one
+// fast-loop iteration may touch.
 constexpr ptrdiff_t kFastRoom = rfc1951::kMaxMatch + 3 + 64;
 
 // The two entry codings behind one interface, so that one decoder serves
-// both layouts. An entry is one of: a literal, a length symbol, or special
-// (end of block, second-level reference, invalid code).
+// both layouts. An entry is one of: a literal, a length symbol (in the
+// general layout with its extra bits in the entry, or outside it: a long
+// length), or special (end of block, second-level reference, invalid code).
 struct ShortTables {
     const uint16_t* lit;
     uint32_t litMask;
@@ -50,7 +55,7 @@ struct ShortTables {
     const uint16_t* distBase;
     uint32_t distMask;
 
-    static constexpr bool kSubTables = false;
+    static constexpr bool kSubTables = false, kLengthInEntry = false;
     NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & litMask]; }
     NUX_INLINE uint32_t second(uint32_t e, uint64_t) const { return e; }
     NUX_INLINE static bool is_literal(uint32_t e) { return (e & 0xF0) == (kKindLiteral << 4); }
@@ -70,20 +75,33 @@ struct ShortTables {
         used = charge = n + extra;
         return (e >> 8) + 3 + (uint32_t(bits >> n) & ((1u << extra) - 1));
     }
-    // The distance, and in `used` the code and extra bits it takes; 0 when no
+    // Lengths whose extra bits are outside the entry's bit count: every
+    // short-layout length is one (it is always decoded by `length`).
+    NUX_INLINE static bool is_long_length(uint32_t) { return false; }
+    NUX_INLINE static uint32_t long_length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
+        return length(e, bits, used, charge);
+    }
+    // The distance entry of the next bits, and the distance it gives with
+    // them (in `used` the code and extra bits it takes); distance 0 when no
     // code matches (a hole of a lone one-bit code, or no distance codes).
-    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
+    NUX_INLINE uint32_t dist_first(uint64_t bits) const {
         const uint32_t i = uint32_t(bits) & distMask;
-        const uint32_t d = distBytes[i], n = d & 15, extra = d >> 4;
+        return distBytes[i] | (uint32_t(distBase[i]) << 16);
+    }
+    NUX_INLINE uint32_t dist_value(uint32_t d, uint64_t bits, uint32_t& used, uint32_t& charge) const {
+        const uint32_t n = d & 15, extra = (d >> 4) & 15;
         used = charge = n + extra;
-        return distBase[i] + (uint32_t(bits >> n) & ((1u << extra) - 1));
+        return (d >> 16) + (uint32_t(bits >> n) & ((1u << extra) - 1));
+    }
+    NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
+        return dist_value(dist_first(bits), bits, used, charge);
     }
 };
 
 struct GeneralTables {
     const uint16_t* lit;  // the distance table follows at kGeneralDistOffset
 
-    static constexpr bool kSubTables = true;
+    static constexpr bool kSubTables = true, kLengthInEntry = true;
     NUX_INLINE uint32_t first(uint64_t bits) const { return lit[uint32_t(bits) & (kLitRootEntries - 1)]; }
     // Resolves a second-level reference, which the fast loop meets only off
     // its literal path.
@@ -92,12 +110,9 @@ struct GeneralTables {
     }
     NUX_INLINE static bool is_literal(uint32_t e) { return e & kLitFlag; }
     NUX_INLINE static bool is_length(uint32_t e) { return !(e & (kLitFlag | kSpecialFlag)); }
-    NUX_INLINE static bool is_sub(uint32_t e) {
-        return (e & (kLitFlag | kSpecialFlag | kSubTableFlag)) == (kSpecialFlag | kSubTableFlag);
-    }
-    NUX_INLINE static bool is_end(uint32_t e) {
-        return (e & (kLitFlag | kSpecialFlag | kEndFlag)) == (kSpecialFlag | kEndFlag);
-    }
+    NUX_INLINE static bool is_sub(uint32_t e) { return (e & 0xF0) == kSpecialSubTable; }
+    NUX_INLINE static bool is_end(uint32_t e) { return (e & 0xF0) == kSpecialEnd; }
+    NUX_INLINE static bool is_long_length(uint32_t e) { return (e & 0xF0) == kSpecialLength; }
     // Bits of a literal entry, and of an end-of-block entry.
     NUX_INLINE static uint32_t bits_of(uint32_t e) { return e & 63; }
     NUX_INLINE static uint32_t end_bits(uint32_t e) { return e & 15; }
@@ -106,18 +121,27 @@ struct GeneralTables {
     // bit count right.
     NUX_INLINE static uint32_t charge(uint32_t e) { return e; }
     NUX_INLINE static uint8_t literal(uint32_t e) { return uint8_t(e >> 8); }
-    NUX_INLINE static uint32_t length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
+    NUX_INLINE static uint32_t length(uint32_t e, uint64_t, uint32_t& used, uint32_t& charge) {
         used = e & 63;
         charge = e;
-        const uint32_t t = e & 31, extra = e >> 13;
-        return rfc1951::kLengthBase[(e >> 8) & 31] + uint32_t((bits & ((uint64_t(1) << t) - 1)) >> (t - extra));
+        return (e >> 8) + 3;
+    }
+    NUX_INLINE static uint32_t long_length(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) {
+        const uint32_t n = e & 15, extra = e >> 13;
+        used = charge = n + extra;
+        return rfc1951::kLengthBase[(e >> 8) & 31] + (uint32_t(bits >> n) & ((1u << extra) - 1));
+    }
+    // Indexed from the literal/length base with a constant offset, so that
+    // the loop needs no register of its own for the distance table.
+    NUX_INLINE uint32_t dist_first(uint64_t bits) const {
+        return reinterpret_cast<const uint32_t*>(lit)[kGeneralDistOffset / 4 + (uint32_t(bits) & (kDistRootEntries - 1))];
     }
     NUX_INLINE uint32_t dist(uint64_t bits, uint32_t& used, uint32_t& charge) const {
-        // Indexed from the literal/length base with a constant offset, so that
-        // the loop needs no register of its own for the distance table.
+        return dist_value(dist_first(bits), bits, used, charge);
+    }
+    NUX_INLINE uint32_t dist_value(uint32_t e, uint64_t bits, uint32_t& used, uint32_t& charge) const {
         constexpr size_t kD = kGeneralDistOffset / 4;
         const uint32_t* d = reinterpret_cast<const uint32_t*>(lit);
-        uint32_t e = d[kD + (uint32_t(bits) & (kDistRootEntries - 1))];
         if (e & kDistSubTable) [[unlikely]]
             e = d[kD + kDistRootEntries + (e >> 16) +
                   ((uint32_t(bits) >> kDistRootBits) & ((1u << (e & 15)) - 1))];
@@ -186,9 +210,15 @@ bool copy_match_exact(Stream& s, uint32_t len, uint32_t dist) {
 }
 
 // Word-wise copy of a match wholly inside the destination; may write up to
-// 31 bytes past the match end.
+// 31 bytes past the match end. Written out rather than with intrinsics: a
+// function without 256-bit values in C++ keeps its stack frame unaligned, so
+// GCC leaves it a register more, which the fast loop is short of (its exits
+// clear the upper state with VZEROUPPER themselves).
 NUX_INLINE void copy32(uint8_t* out, const uint8_t* src) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src)));
+    asm("vmovdqu %1, %%ymm0\n\tvmovdqu %%ymm0, %0"
+        : "=m"(*reinterpret_cast<uint8_t(*)[32]>(out))
+        : "m"(*reinterpret_cast<const uint8_t(*)[32]>(src))
+        : "xmm0");
 }
 
 NUX_INLINE void copy16(uint8_t* out, const uint8_t* src) {
@@ -268,14 +298,18 @@ NUX_INLINE void copy_match_fast(uint8_t* out, uint32_t len, uint32_t dist) {
 
 enum class FastExit { kSlow, kEnd };
 
-// Decodes symbols while at least 16 input bytes (two word refills) and
-// kFastRoom bytes of output room remain. The state lives in locals so that
-// it stays in registers. Anything unusual -- a match reaching into the
+// Decodes symbols while at least kFastIn input bytes (three word refills)
+// and kFastRoom bytes of output room remain. The state lives in locals so
+// that it stays in registers. Anything unusual -- a match reaching into the
 // window, an invalid code -- ends the loop at the start of that symbol, and
 // the exact path takes it from there.
 template <typename Tables>
 NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
-    if (s.inEnd - s.in < 16 || s.outEnd - s.out < kFastRoom) return FastExit::kSlow;
+    // An iteration takes at most 21 input bytes in at most three refills
+    // (each reads 8 bytes and keeps at least one back) and writes at most two
+    // literals, 258 bytes and the over-copy.
+    constexpr ptrdiff_t kFastIn = 22;
+    if (s.inEnd - s.in < kFastIn || s.outEnd - s.out < kFastRoom) return FastExit::kSlow;
     // A local copy: the byte stores through `out` could alias the caller's
     // copy and force the table pointers to be reloaded after every literal.
     const Tables t = tables;
@@ -300,44 +334,53 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
     };
 
     // Loop invariant: at least 56 bits in `buf`, and `e` is the table entry
-    // of the next symbol (looked up before a match is copied, so that the
-    // lookup overlaps the copy).
-    // Iterations that stay in bounds from here: each takes at most 14 input
-    // bytes in at most two refills (each reads 8) and writes at most 258
-    // bytes plus the over-copy. Counting them down frees the registers of
-    // two limits.
-    auto budget = [&]() -> size_t {
-        const ptrdiff_t inLeft = s.inEnd - in - 8, outLeft = s.outEnd - out - kFastRoom;
-        if (inLeft < 0 || outLeft < 0) return 0;
-        return std::min(size_t(inLeft) / 14, size_t(outLeft) / rfc1951::kMaxMatch + 1);
-    };
+    // of the next symbol.
+    const uint8_t* const inLimit = s.inEnd - kFastIn;
+    uint8_t* const outLimit = s.outEnd - kFastRoom;
     refill();
     uint32_t e = t.first(buf);
-    for (size_t count; (count = budget()) != 0;) do {
+    // The lookups that may follow `e`, issued before the branch on its kind:
+    // `next` after a literal, `distEntry` after a length. The empty asm keeps
+    // the compiler from sinking each into its own branch.
+    uint64_t after;
+    uint32_t next, distEntry;
+    auto look_ahead = [&] {
+        after = buf >> Tables::bits_of(e);
+        next = t.first(after);
+        distEntry = t.dist_first(after);
+        asm("" : "+r"(after), "+r"(next), "+r"(distEntry));
+    };
+    auto take_literal = [&] {
+        *out++ = Tables::literal(e);
+        buf = after;
+        bits -= Tables::charge(e);
+        e = next;
+    };
+    while (in <= inLimit && out <= outLimit) {
+        look_ahead();
         if (Tables::is_literal(e)) {
             // Up to three literals, then a refill: a literal found in the
             // first level takes at most 11 bits, so 56 bits cover three of
-            // them and the next symbol's lookup.
-            *out++ = Tables::literal(e);
-            buf >>= Tables::bits_of(e);
-            bits -= Tables::charge(e);
-            e = t.first(buf);
-            if (Tables::is_literal(e)) {
-                *out++ = Tables::literal(e);
-                buf >>= Tables::bits_of(e);
-                bits -= Tables::charge(e);
-                e = t.first(buf);
-                if (Tables::is_literal(e)) {
-                    *out++ = Tables::literal(e);
-                    buf >>= Tables::bits_of(e);
-                    bits -= Tables::charge(e);
-                    e = t.first(buf);
-                }
-            }
+            // them and the next symbol's lookup. A symbol after one or two
+            // literals that is not one goes to the length straight away.
+            take_literal();
+            look_ahead();
+            if (!Tables::is_literal(e)) goto length;
+            take_literal();
+            look_ahead();
+            if (!Tables::is_literal(e)) goto length;
+            take_literal();
             refill();  // keeps the low bits: `e` stays valid
             continue;
         }
-        if (!Tables::is_length(e)) {
+    length:
+        uint32_t len, lenBits, lenCharge;
+        uint64_t rest;
+        if (Tables::kLengthInEntry && Tables::is_length(e)) {
+            len = Tables::length(e, buf, lenBits, lenCharge);
+            rest = after;
+        } else {
+            refill();
             if (Tables::kSubTables && Tables::is_sub(e)) {
                 e = t.second(e, buf);
                 if (Tables::is_literal(e)) {
@@ -349,7 +392,11 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                     continue;
                 }
             }
-            if (!Tables::is_length(e)) {
+            if (Tables::is_length(e)) {
+                len = Tables::length(e, buf, lenBits, lenCharge);
+            } else if (Tables::is_long_length(e)) {
+                len = Tables::long_length(e, buf, lenBits, lenCharge);
+            } else {
                 if (Tables::is_end(e)) {
                     buf >>= Tables::end_bits(e);
                     bits -= Tables::end_bits(e);
@@ -357,35 +404,39 @@ NUX_INLINE FastExit fast_loop_body(const Tables& tables, Stream& s) {
                 }
                 goto done;
             }
+            rest = buf >> lenBits;
+            distEntry = t.dist_first(rest);
         }
-        uint32_t lenBits, lenCharge;
-        const uint32_t len = Tables::length(e, buf, lenBits, lenCharge);
-        // The length takes at most 20 of the 56 bits: the distance (at most
-        // 28 bits) is decoded from what is left, while a refill that does
-        // not touch those bits runs alongside.
-        uint64_t rest = buf >> lenBits;
+        // `rest` holds at least 23 bits (56 less two literals and a length
+        // from the first level), enough for the distance entry; refilled, it
+        // holds the distance's up to 28 bits. The refill is committed only
+        // once the distance is known to be valid, so that the loop can end
+        // at the start of the length.
+        const uint32_t afterLen = bits - lenCharge;
+        uint64_t word;
+        std::memcpy(&word, in, 8);
+        rest |= word << (afterLen & 63);
+        const uint8_t* const inAfter = in + (((afterLen & 63) ^ 63) >> 3);
         uint32_t used, distCharge;
-        const uint32_t dist = t.dist(rest, used, distCharge);
+        const uint32_t dist = t.dist_value(distEntry, rest, used, distCharge);
         // One test for both: dist 0 (no code) wraps to the largest value.
         if (uint64_t(dist) - 1 >= uint64_t(uintptr_t(out) - histBase)) goto done;
-        bits -= lenCharge;
-        {
-            uint64_t word;
-            std::memcpy(&word, in, 8);
-            rest |= word << (bits & 63);
-            in += ((bits & 63) ^ 63) >> 3;
-            bits |= 56;
-        }
-        // At least 28 bits remain after the distance: the next symbol's
-        // lookup needs no refill first, the refill again runs alongside it.
+        in = inAfter;
+        bits = afterLen | 56;
+        // At least 28 bits remain after the distance: enough for the next
+        // symbol's lookup, which a refill then tops up. The lookup comes
+        // after the copy in the program only: the processor runs it as early
+        // either way, and `e` is not held in a register across the copy,
+        // where GCC would spill it onto the chain from symbol to symbol.
         buf = rest >> (distCharge & 63);  // the whole entry, see `bits`
         bits -= distCharge;
-        e = t.first(buf);
-        refill();
         copy_match_fast(out, len, dist);
         out += len;
-    } while (--count);
+        e = t.first(buf);
+        refill();
+    }
 done:
+    _mm256_zeroupper();
     s.in = in;
     s.buf = buf;
     s.bits = bits & 63;
@@ -479,10 +530,11 @@ NuxStatus decode(const Tables& t, Stream& s, NuxInflateHuffTable* st, uint32_t& 
             mode = kModeEndOfBlock;
             return NuxStatusOk;
         }
-        if (!Tables::is_length(e)) goto bad;
+        if (!Tables::is_length(e) && !Tables::is_long_length(e)) goto bad;
         {
             uint32_t lenBits, used, charge;
-            const uint32_t len = Tables::length(e, s.buf, lenBits, charge);
+            const uint32_t len = Tables::is_length(e) ? Tables::length(e, s.buf, lenBits, charge)
+                                                      : Tables::long_length(e, s.buf, lenBits, charge);
             if (lenBits > s.bits) goto need_input;
             if (len < uint32_t(rfc1951::kMinMatch) || len > uint32_t(rfc1951::kMaxMatch)) goto bad;
             const uint32_t dist = t.dist(s.buf >> lenBits, used, charge);

@@ -19,14 +19,17 @@
 // a first level of 256 entries (8 bits) followed by its second-level tables.
 // Literal/length entries:
 //   bit 7       literal: bits 0-3 n, the code length; bits 8-15 the byte
-//   bit 6       special: bit 4 a second-level reference (bits 0-3 its index
-//               width, bits 8-15 its offset in entries after the first level
-//               divided by two), bit 5 end of block (bits 0-3 n), neither an
-//               invalid code (a hole of a lone one-bit code, symbol 286/287)
-//   neither     length symbol: bits 0-4 t, the code length plus the extra
-//               bits; bits 8-12 the length code (symbol - 257), bits 13-15
-//               the extra-bit count e; the length is base + ((low t bits)
-//               >> (t - e))
+//   bits 6, 7 0 length: bits 0-4 t, the code length plus the extra bits
+//               folded in; bits 8-15 the finished length - 3. A length code
+//               with extra bits has one entry per value of them while t fits
+//               the first level (11 bits), so that the entry is the length.
+//   bit 6       special, bits 4-5 the kind: 1 a second-level reference (bits
+//               0-3 its index width, bits 8-15 its offset in entries after
+//               the first level divided by two), 2 end of block (bits 0-3 n),
+//               3 a length whose extra bits did not fit (bits 0-3 n, bits
+//               8-12 the length code = symbol - 257, bits 13-15 the
+//               extra-bit count), 0 an invalid code (a hole of a lone
+//               one-bit code, symbol 286/287)
 // In literal and length entries bit 5 is clear: the low six bits are the
 // bits the symbol takes, so the decoder can shift by the entry itself.
 // Distance entries:
@@ -76,13 +79,28 @@ static_assert(kGeneralLitLenEntries - kLitRootEntries < 512);
 constexpr uint32_t dist_entry(uint32_t base, unsigned n, unsigned total) {
     return (base << 16) | (n << 8) | total;
 }
+
+// Extra bits of distance `symbol` folded into its entries when its code is n
+// bits long: all of them when they fit the first level with the code.
+constexpr unsigned general_dist_fold(unsigned symbol, unsigned n) {
+    const unsigned extra = rfc1951::kDistExtra[symbol];
+    return n + extra <= kDistRootBits ? extra : 0;
+}
+
+// Distance entry of `symbol` with code length n, for the value v of its
+// `fold` folded extra bits.
+constexpr uint32_t general_dist_entry(unsigned symbol, unsigned n, unsigned fold = 0, unsigned v = 0) {
+    if (fold) return dist_entry(rfc1951::kDistBase[symbol] + v, n + fold, n + fold);
+    return dist_entry(rfc1951::kDistBase[symbol], n, n + rfc1951::kDistExtra[symbol]);
+}
 inline constexpr uint32_t kDistSubTable = 0x8000;
 
 // Short-layout literal/length entry kinds (bits 4-7).
 inline constexpr uint32_t kKindLiteral = 0, kKindInvalid = 2, kKindLengthBase = 8, kKindEnd = 15;
 
-// General-layout literal/length flags.
-inline constexpr uint32_t kLitFlag = 0x80, kSpecialFlag = 0x40, kSubTableFlag = 0x10, kEndFlag = 0x20;
+// General-layout literal/length flags and special kinds (bits 4-7).
+inline constexpr uint32_t kLitFlag = 0x80, kSpecialFlag = 0x40;
+inline constexpr uint32_t kSpecialInvalid = 0x40, kSpecialSubTable = 0x50, kSpecialEnd = 0x60, kSpecialLength = 0x70;
 
 // The header words that the decoder keeps its sub-state in.
 static_assert(offsetof(NuxInflateHuffTable, kind) == 12 && offsetof(NuxInflateHuffTable, subState) == 24 &&
@@ -101,18 +119,29 @@ constexpr uint16_t short_litlen_entry(unsigned symbol, unsigned n) {
     return uint16_t(n);
 }
 
-// General-layout literal/length entry of `symbol` with code length n;
-// symbols 286 and 287 are invalid.
-constexpr uint16_t general_litlen_entry(unsigned symbol, unsigned n) {
+// Extra bits of a length symbol folded into its general-layout entries when
+// its code is n bits long: all of them when they fit the first level with
+// the code, else none.
+constexpr unsigned general_length_fold(unsigned symbol, unsigned n) {
+    if (symbol <= 256 || symbol >= 286) return 0;
+    const unsigned extra = rfc1951::kLengthExtra[symbol - 257];
+    return n + extra <= kLitRootBits ? extra : 0;
+}
+
+// General-layout literal/length entry of `symbol` with code length n, for
+// the value v of its `fold` folded extra bits; symbols 286 and 287 are
+// invalid.
+constexpr uint16_t general_litlen_entry(unsigned symbol, unsigned n, unsigned fold = 0, unsigned v = 0) {
     if (symbol < 256) return uint16_t((symbol << 8) | kLitFlag | n);
-    if (symbol == 256) return uint16_t(kSpecialFlag | kEndFlag | n);
+    if (symbol == 256) return uint16_t(kSpecialEnd | n);
     if (symbol < 286) {
         const unsigned code = symbol - 257, extra = rfc1951::kLengthExtra[code];
-        return uint16_t((extra << 13) | (code << 8) | (n + extra));
+        if (extra && !fold) return uint16_t((extra << 13) | (code << 8) | kSpecialLength | n);
+        return uint16_t(((rfc1951::kLengthBase[code] + v - 3) << 8) | (n + fold));
     }
-    return uint16_t(kSpecialFlag | n);
+    return uint16_t(kSpecialInvalid | n);
 }
-inline constexpr uint16_t kGeneralInvalid = kSpecialFlag | 1;
+inline constexpr uint16_t kGeneralInvalid = kSpecialInvalid | 1;
 
 // Reverses the low n bits of `code` (n <= 15).
 constexpr uint32_t reverse_bits(uint32_t code, unsigned n) {
@@ -140,24 +169,23 @@ constexpr FixedTables make_fixed_tables() {
         next[n] = code;
     }
     next[0] = 0;
+    // Every code is in the first level: each symbol fills the entries whose
+    // low n + fold bits are its reversed code and a value of its folded bits.
+    auto place = [](auto* table, uint32_t size, uint32_t r, unsigned n, unsigned fold, auto entry) {
+        for (uint32_t v = 0; v < (1u << fold); ++v)
+            for (uint32_t i = r | (v << n); i < size; i += 1u << (n + fold)) table[i] = entry(v);
+    };
     for (unsigned s = 0; s < 288; ++s) {
         const unsigned n = unsigned(rfc1951::fixed_litlen_length(int(s)));
-        const uint32_t r = reverse_bits(next[n]++, n);
-        for (uint32_t i = r; i < kLitRootEntries; i += 1u << n) t.litlen[i] = general_litlen_entry(s, n);
+        const unsigned fold = general_length_fold(s, n);
+        place(t.litlen, kLitRootEntries, reverse_bits(next[n]++, n), n, fold,
+              [&](uint32_t v) { return general_litlen_entry(s, n, fold, v); });
     }
-    for (unsigned s = 0; s < 32; ++s) {
+    for (unsigned s = 0; s < 30; ++s) {  // 30 and 31 get no entry: holes, refused by the decoder
         const unsigned n = unsigned(rfc1951::kFixedDistLength);
-        const uint32_t r = reverse_bits(s, n);
-        if (s >= 30) continue;  // no entry: a hole, refused by the decoder
-        const unsigned extra = rfc1951::kDistExtra[s];
-        if (n + extra <= kDistRootBits) {
-            for (uint32_t v = 0; v < (1u << extra); ++v)
-                for (uint32_t i = r | (v << n); i < kDistRootEntries; i += 1u << (n + extra))
-                    t.dist[i] = dist_entry(rfc1951::kDistBase[s] + v, n + extra, n + extra);
-        } else {
-            for (uint32_t i = r; i < kDistRootEntries; i += 1u << n)
-                t.dist[i] = dist_entry(rfc1951::kDistBase[s], n, n + extra);
-        }
+        const unsigned fold = general_dist_fold(s, n);
+        place(t.dist, kDistRootEntries, reverse_bits(s, n), n, fold,
+              [&](uint32_t v) { return general_dist_entry(s, n, fold, v); });
     }
     return t;
 }

@@ -8,6 +8,9 @@
 #include <random>
 #include <vector>
 
+#include "core/cpu.h"
+#include "deflate/inflate_tables.h"
+#include "deflate/rfc1951.h"
 #include "nuxzo.h"
 #include "support/test_support.h"
 
@@ -414,6 +417,90 @@ TEST(InflateDecode, HolesOfLoneCodesAreRefused) {
             EXPECT_EQ(s, NuxStatusBadStream);
         }
     }
+}
+
+// Canonical codes of a set of lengths (RFC 1951 section 3.2.2).
+std::vector<uint32_t> canonical_codes(const Lens& lens) {
+    uint32_t count[16] = {}, next[16] = {};
+    for (Nux16u l : lens) ++count[l];
+    count[0] = 0;
+    for (unsigned n = 1, code = 0; n < 16; ++n) {
+        code = (code + count[n - 1]) << 1;
+        next[n] = code;
+    }
+    std::vector<uint32_t> codes(lens.size());
+    for (size_t s = 0; s < lens.size(); ++s)
+        if (lens[s]) codes[s] = next[lens[s]]++;
+    return codes;
+}
+
+// Random complete codes, with long codes piled deep so that lengths land in
+// the second level and beyond the first level with their extra bits, and
+// random symbols in them: every length and distance code with random extra
+// bits. Both compilations of the fast loop, and the exact path fed a few
+// bytes at a time, must give the output the symbols describe.
+TEST(InflateDecode, RandomCodesAndSymbols) {
+    std::mt19937 rng(5);
+    unsigned blocks = 0;
+    for (unsigned it = 0; blocks < 60 && it < 1000; ++it) {
+        const Lens lit = random_complete(rng, 286, it % 2 == 0);
+        const Lens dist = random_complete(rng, 30, it % 3 == 0);
+        if (lit.size() != 286 || dist.size() != 30) continue;
+        ++blocks;
+        NuxInflateHuffTable table{};
+        ASSERT_EQ(build(concat(lit, dist), 286, table), NuxStatusOk);
+        const std::vector<uint32_t> litCode = canonical_codes(lit), distCode = canonical_codes(dist);
+        BitWriter w;
+        std::vector<uint8_t> want;
+        while (want.size() < 20000) {
+            const unsigned sym = rng() % 285 + (rng() % 4 == 0 ? 1 : 0);  // 0..285, more lengths
+            if (sym == 256) continue;
+            if (sym < 256 || want.empty()) {
+                const unsigned byte = sym < 256 ? sym : 'x';
+                w.code(litCode[byte], lit[byte]);
+                want.push_back(uint8_t(byte));
+                continue;
+            }
+            const unsigned lc = sym - 257, lx = nux::rfc1951::kLengthExtra[lc];
+            const unsigned lv = lx ? rng() % (1u << lx) : 0, len = nux::rfc1951::kLengthBase[lc] + lv;
+            unsigned dc = rng() % 30;
+            while (nux::rfc1951::kDistBase[dc] > want.size()) dc = rng() % (dc + 1);
+            const unsigned dx = nux::rfc1951::kDistExtra[dc];
+            const unsigned room = unsigned(std::min<size_t>(want.size() - nux::rfc1951::kDistBase[dc] + 1, 1u << dx));
+            const unsigned dv = dx ? rng() % room : 0, d = nux::rfc1951::kDistBase[dc] + dv;
+            w.code(litCode[sym], lit[sym]);
+            w.put(lv, lx);
+            w.code(distCode[dc], dist[dc]);
+            w.put(dv, dx);
+            for (unsigned i = 0; i < len; ++i) want.push_back(want[want.size() - d]);
+        }
+        w.code(litCode[256], lit[256]);
+        const std::vector<uint8_t> body = w.finish();
+        auto decode = [&](nux::inflate::FastLoop loop, size_t piece) {
+            std::vector<uint8_t> out(want.size() + 1);
+            const Nux8u* src = body.data();
+            Nux32u code = 0, bits = 0, mode = 0;
+            size_t delivered = 0;  // input arrives `piece` bytes per call
+            Nux8u* dst = out.data();
+            Nux32u dstLen = Nux32u(out.size());
+            do {
+                delivered = std::min(delivered + piece, body.size());
+                Nux32u srcLen = Nux32u(body.data() + delivered - src);
+                if (nux::inflate::inflate_block(loop, &src, &srcLen, &code, &bits, 0, &dst, &dstLen,
+                                                Nux32u(dst - out.data()), &mode, &table) != NuxStatusOk)
+                    break;
+            } while (mode == 1 && delivered < body.size());
+            EXPECT_EQ(mode, 0u);
+            out.resize(size_t(dst - out.data()));
+            return out;
+        };
+        ASSERT_EQ(decode(nux::inflate::FastLoop::kPlain, body.size()), want) << "code set " << it;
+        if (nux::ownGetFeature(nux::kFeatureBmi2)) {
+            ASSERT_EQ(decode(nux::inflate::FastLoop::kBmi2, body.size()), want) << "code set " << it;
+        }
+        ASSERT_EQ(decode(nux::inflate::FastLoop::kPlain, 5), want) << "code set " << it << ", 5-byte pieces";
+    }
+    EXPECT_EQ(blocks, 60u);
 }
 
 TEST(InflateDecode, LeavesUpperStateClean) {
