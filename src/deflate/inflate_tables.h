@@ -19,17 +19,17 @@
 // a first level of 256 entries (8 bits) followed by its second-level tables.
 // Literal/length entries:
 //   bit 7       literal: bits 0-3 n, the code length; bits 8-15 the byte
-//   bits 6, 7 0 length: bits 0-4 t, the code length plus the extra bits
-//               folded in; bits 8-15 the finished length - 3. A length code
-//               with extra bits has one entry per value of them while t fits
-//               the first level (11 bits), so that the entry is the length.
-//   bit 6       special, bits 4-5 the kind: 1 a second-level reference (bits
+//   bit 6       special, bits 4-5 its kind: 1 a second-level reference (bits
 //               0-3 its index width, bits 8-15 its offset in entries after
 //               the first level divided by two), 2 end of block (bits 0-3 n),
 //               3 a length whose extra bits did not fit (bits 0-3 n, bits
 //               8-12 the length code = symbol - 257, bits 13-15 the
 //               extra-bit count), 0 an invalid code (a hole of a lone
 //               one-bit code, symbol 286/287)
+//   neither     length: bits 0-4 t, the code length plus the extra bits
+//               folded in; bits 8-15 the finished length - 3. A length code
+//               with extra bits has one entry per value of them while t fits
+//               the first level (11 bits), so that the entry is the length.
 // In literal and length entries bit 5 is clear: the low six bits are the
 // bits the symbol takes, so the decoder can shift by the entry itself.
 // Distance entries:
