@@ -176,7 +176,8 @@ bool build_general_alphabet(const Nux16u* lens, unsigned n, const CodeSet& set, 
         codes[k] = first[len] + (k - start[len]);
     }
 
-    // Symbols with folded bits wait for the length they fill at.
+    // Symbols with folded bits wait for the length they fill at (at most the
+    // 26 distance codes with extra bits).
     struct Folded {
         uint16_t symbol;
         uint8_t len, fold;
