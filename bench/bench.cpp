@@ -3,11 +3,11 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <cmath>
 #include <chrono>
 #include <cstdio>
 #include <map>
-#include <random>
+
+#include "streams/sample_data.h"
 
 namespace nuxbench {
 namespace {
@@ -125,35 +125,9 @@ std::vector<std::string> missing_peers() {
 // breaks, so that match lengths and literal statistics resemble prose.
 // Binary: fixed-size records of slowly changing integers, like a table dump.
 std::vector<Input> embedded_sample() {
-    std::mt19937_64 rng(20261122);
-    std::vector<std::string> vocab;
-    for (int i = 0; i < 4000; ++i) {
-        std::string w;
-        const int len = 2 + int(rng() % 9);
-        for (int k = 0; k < len; ++k) w += char('a' + int(rng() % 26));
-        vocab.push_back(w);
-    }
-    Input text{"sample-text", {}};
-    const size_t text_size = 6u << 20;
-    while (text.data.size() < text_size) {
-        const double u = double(rng() % 1000000 + 1) / 1e6;
-        const size_t idx = std::min<size_t>(vocab.size() - 1, size_t(std::pow(u, 3.0) * double(vocab.size())));
-        for (char ch : vocab[idx]) text.data.push_back(uint8_t(ch));
-        const uint64_t r = rng() % 100;
-        text.data.push_back(r < 8 ? ',' : r < 12 ? '.' : r < 14 ? '\n' : ' ');
-    }
-    text.data.resize(text_size);
-    Input binary{"sample-records", {}};
-    uint32_t id = 1000, price = 50000, stamp = 1700000000;
-    while (binary.data.size() < (4u << 20)) {
-        id += 1;
-        price += uint32_t(rng() % 200) - 100;
-        stamp += uint32_t(rng() % 60);
-        const uint32_t fields[4] = {id, price, stamp, uint32_t(rng() % 16)};
-        for (uint32_t f : fields)
-            for (int k = 0; k < 4; ++k) binary.data.push_back(uint8_t(f >> (8 * k)));
-    }
-    return {std::move(text), std::move(binary)};
+    return {{"sample-text", nuxzo::sample::text(6u << 20, 20261122)},
+            {"sample-binary", nuxzo::sample::binary(4u << 20, 20261123)},
+            {"sample-records", nuxzo::sample::records(4u << 20, 20261124)}};
 }
 
 size_t zlib_raw_deflate(const Bytes& in, int level, Bytes& out) {

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <vector>
 
-#include "../tools/nuxzo/deflate_stream.h"
+#include "streams/deflate_stream.h"
 #include "bench.h"
 #ifdef NUXZO_HAVE_DEFLATE
 #include <libdeflate.h>

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "../tools/nuxzo/inflate_stream.h"
+#include "streams/inflate_stream.h"
 #include "bench.h"
 #ifdef NUXZO_HAVE_DEFLATE
 #include <libdeflate.h>

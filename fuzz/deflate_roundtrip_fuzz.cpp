@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "../tools/nuxzo/deflate_stream.h"
+#include "streams/deflate_stream.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;

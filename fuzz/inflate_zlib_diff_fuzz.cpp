@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "inflate_stream.h"
+#include "streams/inflate_stream.h"
 #include "piece_source.h"
 
 namespace {

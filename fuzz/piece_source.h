@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "inflate_stream.h"
+#include "streams/inflate_stream.h"
 
 struct PieceSource : nuxzo::inflate::Source {
     PieceSource(const uint8_t* d, size_t n, uint32_t seed, size_t max_piece)

@@ -125,6 +125,8 @@ NUX_API NuxStatus nuxsDeflateHuff_8u(const Nux8u* pLitLen, const Nux16u* pDist, 
                                      const NuxDeflateCode* pDistCodes, Nux8u* pDst,
                                      Nux32u* pDstPos);
 
+/* ---- Fastest Deflate: single probe, precomputed header (RFC 1951) ------ */
+
 /* ---- Inflate (RFC 1951) ------------------------------------------------- */
 
 /* Decoding tables and resumable decoder state of one Deflate block. The caller
@@ -175,6 +177,16 @@ NUX_API NuxStatus nuxsEncodeLZ4Dict_8u(const Nux8u* pSrc, int srcIdx, int srcLen
 NUX_API NuxStatus nuxsEncodeLZ4DictSafe_8u(const Nux8u* pSrc, int srcIdx, int* pSrcLen,
                                            Nux8u* pDst, int* pDstLen, Nux8u* pHashTable,
                                            const Nux8u* pDict, int dictSize);
+
+/* ---- LZ4 high compression ---------------------------------------------- */
+
+/* ---- LZO1X ------------------------------------------------------------- */
+
+/* ---- LZSS ------------------------------------------------------------- */
+
+/* ---- bzip2 stages ------------------------------------------------------ */
+
+/* ---- ZFP: 4x4x4 float blocks ------------------------------------------- */
 
 #ifdef __cplusplus
 }

@@ -2,7 +2,7 @@
 # are missing (as root, with apt-get), or prints the apt-get line to run.
 NUXZO_PACKAGES="cmake g++ make unzip googletest libgtest-dev clang-14 libclang-rt-14-dev
   zlib1g-dev libdeflate-dev libisal-dev liblz4-dev liblzo2-dev libbz2-dev libzfp-dev libxxhash-dev
-  gzip bzip2 lz4 lzop zfp"
+  gzip bzip2 pbzip2 lbzip2 lz4 lzop zfp"
 
 nuxzo_install_deps() {
     local missing=""

@@ -9,7 +9,7 @@
 #include <map>
 #include <sstream>
 
-#include "../../tools/nuxzo/deflate_stream.h"
+#include "streams/deflate_stream.h"
 #include "support/peers.h"
 
 namespace {

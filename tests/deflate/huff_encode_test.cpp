@@ -6,7 +6,7 @@
 #include <cstring>
 #include <random>
 
-#include "../../tools/nuxzo/deflate_stream.h"
+#include "streams/deflate_stream.h"
 #include "deflate/rfc1951.h"
 #include "support/peers.h"
 

@@ -11,7 +11,7 @@
 
 #include "core/cpu.h"
 #include "deflate/inflate_tables.h"
-#include "inflate_stream.h"
+#include "streams/inflate_stream.h"
 #include "support/peers.h"
 #ifdef NUXZO_HAVE_DEFLATE
 #include <libdeflate.h>

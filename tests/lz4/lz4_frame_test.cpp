@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "../../tools/nuxzo/xxh32.h"
+#include "streams/xxh32.h"
 #include "support/test_support.h"
 #ifdef NUXZO_HAVE_XXHASH
 #include <xxhash.h>

@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include <errno.h>
+
 #include <cpuid.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -12,6 +14,8 @@
 #include <iterator>
 #include <random>
 #include <stdexcept>
+
+#include "streams/sample_data.h"
 
 namespace nuxtest {
 
@@ -29,12 +33,7 @@ GuardedBuffer::GuardedBuffer(size_t size) : size_(size) {
 
 GuardedBuffer::~GuardedBuffer() { munmap(map_, map_size_); }
 
-Bytes random_bytes(size_t n, uint64_t seed) {
-    std::mt19937_64 rng(seed);
-    Bytes out(n);
-    for (auto& b : out) b = uint8_t(rng());
-    return out;
-}
+Bytes random_bytes(size_t n, uint64_t seed) { return nuxzo::sample::noise(n, seed); }
 
 Bytes compressible_bytes(size_t n, uint64_t seed) {
     static const char* const words[] = {"the ",  "compress", "ion ",   "of ",   "data ", "stream",
@@ -89,27 +88,48 @@ std::string ToolTest::output(const std::string& cmd, int* status) const {
     return out;
 }
 
-const std::vector<CorpusFile>& corpus() {
-    static const std::vector<CorpusFile> files = [] {
+const std::vector<NamedInput>& corpus() {
+    static const std::vector<NamedInput> files = [] {
         namespace fs = std::filesystem;
-        std::vector<CorpusFile> out;
-        const fs::path zips = NUXZO_CORPUS_DIR;
-        const fs::path dir = fs::path(NUXZO_BUILD_DIR) / "corpus";
-        if (!fs::is_directory(zips)) return out;
-        fs::create_directories(dir);
-        for (const auto& entry : fs::directory_iterator(zips)) {
-            if (entry.path().extension() != ".zip") continue;
-            const fs::path file = dir / entry.path().stem();
-            if (!fs::exists(file)) {
-                const std::string cmd = "unzip -qo '" + entry.path().string() + "' -d '" + dir.string() + "'";
-                if (std::system(cmd.c_str()) != 0) throw std::runtime_error("unzip failed: " + cmd);
-            }
-            out.push_back({entry.path().stem().string(), read_file(file.string())});
+        std::vector<NamedInput> out;
+        const char* env = std::getenv("NUXZO_CORPUS");
+        if (!env || !*env) {
+            const fs::path note = fs::path(NUXZO_BUILD_DIR) / "corpus-missing";
+            fs::create_directories(note);
+            std::ofstream(note / program_invocation_short_name);
+            return out;
         }
-        std::sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+        const fs::path src = env;
+        if (!fs::is_directory(src)) throw std::runtime_error(std::string("NUXZO_CORPUS is not a directory: ") + env);
+        const fs::path unzipped = fs::path(NUXZO_BUILD_DIR) / "corpus";
+        for (const auto& entry : fs::directory_iterator(src)) {
+            if (!entry.is_regular_file() || entry.path().filename().string()[0] == '.') continue;
+            fs::path file = entry.path();
+            if (file.extension() == ".zip") {
+                fs::create_directories(unzipped);
+                file = unzipped / entry.path().stem();
+                if (!fs::exists(file)) {
+                    const std::string cmd = "unzip -qo '" + entry.path().string() + "' -d '" + unzipped.string() + "'";
+                    if (std::system(cmd.c_str()) != 0) throw std::runtime_error("unzip failed: " + cmd);
+                }
+            }
+            out.push_back({file.filename().string(), read_file(file.string())});
+        }
+        if (out.empty()) throw std::runtime_error(std::string("NUXZO_CORPUS holds no files: ") + env);
+        std::sort(out.begin(), out.end(), [](const auto& x, const auto& y) { return x.name < y.name; });
         return out;
     }();
     return files;
+}
+
+const std::vector<NamedInput>& interop_inputs() {
+    static const std::vector<NamedInput> inputs = [] {
+        std::vector<NamedInput> out;
+        for (auto& s : nuxzo::sample::all_kinds(256 * 1024, 2026)) out.push_back({s.name, std::move(s.data)});
+        for (const auto& f : corpus()) out.push_back(f);
+        return out;
+    }();
+    return inputs;
 }
 
 bool can_check_upper_vector_state() {

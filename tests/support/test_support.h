@@ -1,5 +1,5 @@
 // Helpers shared by the test programs: guarded buffers, generated data,
-// the Silesia corpus, and the clean-upper-state check for AVX code.
+// the opt-in Silesia corpus, and the clean-upper-state check for AVX code.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -39,13 +39,20 @@ Bytes random_bytes(size_t n, uint64_t seed);
 // Text-like data with repeats at many distances; compresses about 3:1.
 Bytes compressible_bytes(size_t n, uint64_t seed);
 
-struct CorpusFile {
+struct NamedInput {
     std::string name;
     Bytes data;
 };
-// The corpus files, unzipped once into the build directory. Empty (and the
-// calling test should GTEST_SKIP) only when the corpus is not beside the repo.
-const std::vector<CorpusFile>& corpus();
+// The Silesia files named by the environment variable NUXZO_CORPUS (a
+// directory of the zipped or unzipped files; zips are unpacked once into the
+// build tree). Empty when it is not set: the first such call then records
+// this program in the build tree, and scripts/test lists those programs in
+// one line, so a run without the corpus says so.
+const std::vector<NamedInput>& corpus();
+// What interop tests run on: one generated input of every kind of
+// streams/sample_data.h (text, binary, records, runs, noise; 256 KiB each),
+// then the corpus files when NUXZO_CORPUS is set. Never empty.
+const std::vector<NamedInput>& interop_inputs();
 
 // True when the upper halves of the YMM/ZMM registers are in their initial
 // (clean) state: XGETBV with ECX=1 reports in-use state components, and bit 2

@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "bench.h"
-#include "registry.h"
+#include "tool.h"
 
 namespace nuxzo {
 namespace {

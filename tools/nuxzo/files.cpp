@@ -5,46 +5,74 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
-#include "registry.h"
+#include "tool.h"
 
 namespace nuxzo {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct FileOptions {
+struct CommandLine {
     bool to_stdout = false, keep = false, force = false;
     std::string format;
+    int level = -1;  // -1: not given
+    unsigned threads = 0;
+    std::map<std::string, std::string> own;  // format options, checked once the format is known
     std::vector<std::string> files;
 };
 
-// Parses the options common to both commands; `extra` handles the rest and
-// returns the number of arguments it used (0: unknown option).
-template <typename Extra>
-FileOptions parse(const std::vector<std::string>& args, Extra extra) {
-    FileOptions o;
+// Whether any format declares `name`, and whether it takes a value.
+const FormatOption* format_option(const std::string& name) {
+    for (const auto& [n, f] : formats())
+        for (const FormatOption& o : f.options)
+            if (o.name == name) return &o;
+    return nullptr;
+}
+
+int parse_number(const std::string& option, const std::string& text) {
+    char* end = nullptr;
+    const long v = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end || v < 0 || v > 1000000) throw ToolError("option " + option + " needs a number");
+    return int(v);
+}
+
+CommandLine parse(const std::vector<std::string>& args) {
+    CommandLine c;
     for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        auto value = [&]() -> const std::string& {
+        std::string a = args[i];
+        std::string inline_value;
+        bool has_inline = false;
+        if (const size_t eq = a.find('='); a.rfind("--", 0) == 0 && eq != std::string::npos) {
+            inline_value = a.substr(eq + 1);
+            a.resize(eq);
+            has_inline = true;
+        }
+        auto value = [&]() -> std::string {
+            if (has_inline) return inline_value;
             if (i + 1 >= args.size()) throw ToolError("option " + a + " needs a value");
             return args[++i];
         };
-        if (a == "-c" || a == "--stdout") o.to_stdout = true;
-        else if (a == "-k" || a == "--keep") o.keep = true;
-        else if (a == "-f" || a == "--force") o.force = true;
-        else if (a == "-F" || a == "--format") o.format = value();
-        else if (a.rfind("--format=", 0) == 0) o.format = a.substr(9);
-        else if (a == "-" || a[0] != '-') o.files.push_back(a);
-        else if (size_t used = extra(args, i); used > 0) i += used - 1;
+        if (a == "-c" || a == "--stdout") c.to_stdout = true;
+        else if (a == "-k" || a == "--keep") c.keep = true;
+        else if (a == "-f" || a == "--force") c.force = true;
+        else if (a == "-F" || a == "--format") c.format = value();
+        else if (a == "-l" || a == "--level") c.level = parse_number(a, value());
+        else if (a.size() == 2 && a[0] == '-' && a[1] >= '1' && a[1] <= '9') c.level = a[1] - '0';
+        else if (a == "-T" || a == "--threads") c.threads = unsigned(parse_number(a, value()));
+        else if (a == "-" || a[0] != '-') c.files.push_back(a);
+        else if (const FormatOption* o = format_option(a)) c.own[a] = o->takes_value ? value() : "";
         else throw ToolError("unknown option " + a);
     }
-    if (o.files.empty()) o.files.push_back("-");
-    return o;
+    if (c.files.empty()) c.files.push_back("-");
+    if (c.threads == 0) c.threads = std::max(1u, std::thread::hardware_concurrency());
+    return c;
 }
 
 const Format& format_named(const std::string& name) {
@@ -55,6 +83,25 @@ const Format& format_named(const std::string& name) {
         throw ToolError("unknown format '" + name + "' (known:" + known + ")");
     }
     return it->second;
+}
+
+// The options as `f` sees them; refuses options that `f` does not take.
+Options options_for(const Format& f, const CommandLine& c, bool compressing) {
+    Options o;
+    o.threads = c.threads;
+    for (const auto& [name, v] : c.own) {
+        const bool known = std::any_of(f.options.begin(), f.options.end(), [&](const FormatOption& x) { return x.name == name; });
+        if (!known) throw ToolError("format '" + f.name + "' does not take " + name);
+    }
+    o.own = c.own;
+    o.level = f.default_level;
+    if (compressing && c.level >= 0) {
+        if (c.level < f.min_level || c.level > f.max_level)
+            throw ToolError("format '" + f.name + "' takes levels " + std::to_string(f.min_level) + ".." +
+                            std::to_string(f.max_level));
+        o.level = c.level;
+    }
+    return o;
 }
 
 // Runs `job` from `in_path` ("-" for stdin) into `out_path` ("" for stdout).
@@ -118,33 +165,15 @@ void run_file(const std::string& in_path, const std::string& out_path, bool forc
 }
 
 int compress(const std::vector<std::string>& args) {
-    CompressOptions copt;
-    FileOptions o = parse(args, [&](const std::vector<std::string>& a, size_t i) -> size_t {
-        const std::string& s = a[i];
-        if ((s == "-l" || s == "--level") && i + 1 < a.size()) {
-            char* end = nullptr;
-            const long level = std::strtol(a[i + 1].c_str(), &end, 10);
-            if (*end || level < 0 || level > 29) throw ToolError("level must be 0..29");
-            copt.level = int(level);
-            return 2;
-        }
-        if (s.size() == 2 && s[1] >= '1' && s[1] <= '9') {
-            copt.level = s[1] - '0';
-            return 1;
-        }
-        if (s == "--linked") {
-            copt.linked = true;
-            return 1;
-        }
-        return 0;
-    });
-    const Format& f = format_named(o.format.empty() ? "gzip" : o.format);
-    if (!f.compress) throw ToolError("format '" + f.name + "' cannot be written yet");
-    for (const std::string& file : o.files) {
-        const bool to_stdout = o.to_stdout || file == "-";
-        run_file(file, to_stdout ? "" : file + f.suffix, o.force,
-                 [&](Input& in, Output& out) { f.compress(in, out, copt); });
-        if (!to_stdout && !o.keep) fs::remove(file);
+    const CommandLine c = parse(args);
+    const Format& f = format_named(c.format.empty() ? "gzip" : c.format);
+    if (!f.compress) throw ToolError("format '" + f.name + "' cannot be written");
+    const Options options = options_for(f, c, true);
+    for (const std::string& file : c.files) {
+        const bool to_stdout = c.to_stdout || file == "-";
+        run_file(file, to_stdout ? "" : file + f.suffixes.front(), c.force,
+                 [&](Input& in, Output& out) { f.compress(in, out, options); });
+        if (!to_stdout && !c.keep) fs::remove(file);
     }
     return 0;
 }
@@ -153,40 +182,39 @@ const Format& detect(Input& in) {
     uint8_t head[16];
     const size_t n = in.peek(head, sizeof head);
     for (const auto& [name, f] : formats())
-        if (f.detect && f.detect(head, n)) return f;
+        if (f.detect && f.decompress && f.detect(head, n)) return f;
     throw ToolError("unknown format (use --format)");
 }
 
+bool ends_with(const std::string& s, const std::string& suffix) {
+    return s.size() > suffix.size() && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
 int decompress(const std::vector<std::string>& args) {
-    FileOptions o = parse(args, [](const std::vector<std::string>&, size_t) -> size_t { return 0; });
-    const Format* chosen = o.format.empty() ? nullptr : &format_named(o.format);
-    if (chosen && !chosen->decompress) throw ToolError("format '" + chosen->name + "' cannot be read yet");
-    for (const std::string& file : o.files) {
-        const bool to_stdout = o.to_stdout || file == "-";
+    const CommandLine c = parse(args);
+    const Format* chosen = c.format.empty() ? nullptr : &format_named(c.format);
+    if (chosen && !chosen->decompress) throw ToolError("format '" + chosen->name + "' cannot be read");
+    for (const std::string& file : c.files) {
+        const bool to_stdout = c.to_stdout || file == "-";
         std::string out_path;
         if (!to_stdout) {
-            for (const auto& [name, f] : formats()) {
-                const std::string& suf = f.suffix;
-                if (f.decompress && file.size() > suf.size() && file.compare(file.size() - suf.size(), suf.size(), suf) == 0)
-                    out_path = file.substr(0, file.size() - suf.size());
-            }
+            for (const auto& [name, f] : formats())
+                for (const std::string& suffix : f.suffixes)
+                    if (f.decompress && ends_with(file, suffix)) out_path = file.substr(0, file.size() - suffix.size());
             if (out_path.empty()) throw ToolError(file + ": unknown suffix; use -c to write to stdout");
         }
-        run_file(file, out_path, o.force, [&](Input& in, Output& out) {
+        run_file(file, out_path, c.force, [&](Input& in, Output& out) {
             const Format& f = chosen ? *chosen : detect(in);
-            if (!f.decompress) throw ToolError("format '" + f.name + "' cannot be read yet");
-            f.decompress(in, out);
+            f.decompress(in, out, options_for(f, c, false));
         });
-        if (!to_stdout && !o.keep) fs::remove(file);
+        if (!to_stdout && !c.keep) fs::remove(file);
     }
     return 0;
 }
 
-const CommandRegistrar compress_command(
-    "compress",
-    "compress [-F gzip|zlib|deflate|lz4] [-l 0..29 | -1..-9] [--linked] [-c] [-k] [-f] [FILE...|-]", compress);
-const CommandRegistrar decompress_command("decompress", "decompress [-F FORMAT] [-c] [-k] [-f] [FILE...|-]",
-                                          decompress);
+constexpr const char* kFileUsage = "[-F FORMAT] [-l N | -1..-9] [-T N] [FORMAT OPTIONS] [-c] [-k] [-f] [FILE...|-]";
+const CommandRegistrar compress_command("compress", (std::string("compress ") + kFileUsage).c_str(), compress);
+const CommandRegistrar decompress_command("decompress", (std::string("decompress ") + kFileUsage).c_str(), decompress);
 
 }  // namespace
 }  // namespace nuxzo

@@ -5,40 +5,37 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "nuxzo.h"
-#include "registry.h"
+#include "tool.h"
 
 namespace nuxzo {
 
-std::map<std::string, Format>& formats() {
+namespace {
+
+std::map<std::string, Format>& format_registry() {
     static std::map<std::string, Format> f;
     return f;
 }
 
-std::map<std::string, Command>& commands() {
+std::map<std::string, Command>& command_registry() {
     static std::map<std::string, Command> c;
     return c;
 }
 
-FormatRegistrar::FormatRegistrar(const char* name, const char* suffix, CompressFn compress) {
-    Format& f = formats()[name];
-    f.name = name;
-    f.suffix = suffix;
-    f.compress = compress;
-}
+}  // namespace
 
-FormatRegistrar::FormatRegistrar(const char* name, const char* suffix, DetectFn detect,
-                                 DecompressFn decompress) {
-    Format& f = formats()[name];
-    f.name = name;
-    f.suffix = suffix;
-    f.detect = detect;
-    f.decompress = decompress;
+const std::map<std::string, Format>& formats() { return format_registry(); }
+const std::map<std::string, Command>& commands() { return command_registry(); }
+
+FormatRegistrar::FormatRegistrar(Format format) {
+    const std::string name = format.name;
+    format_registry().emplace(name, std::move(format));
 }
 
 CommandRegistrar::CommandRegistrar(const char* name, const char* usage, CommandFn fn) {
-    commands()[name] = {usage, fn};
+    command_registry()[name] = {usage, fn};
 }
 
 DataError::DataError(uint64_t at, const std::string& what)
@@ -98,6 +95,15 @@ void usage(FILE* to) {
     const NuxVersionRecord* v = nuxzoGetLibVersion();
     std::fprintf(to, "nuxzo - %s %s, built %s\n\nusage:\n", v->name, v->version, v->buildDate);
     for (const auto& [name, cmd] : nuxzo::commands()) std::fprintf(to, "  nuxzo %s\n", cmd.usage.c_str());
+    std::fprintf(to, "\nformats (-F), their suffixes, levels (-l) and options:\n");
+    for (const auto& [name, f] : nuxzo::formats()) {
+        std::string suffixes;
+        for (const std::string& s : f.suffixes) suffixes += " " + s;
+        std::fprintf(to, "  %-8s%-14s levels %d..%d (default %d)%s\n", name.c_str(), suffixes.c_str(), f.min_level,
+                     f.max_level, f.default_level, f.compress ? "" : ", read only");
+        for (const nuxzo::FormatOption& o : f.options)
+            std::fprintf(to, "      %s%s  %s\n", o.name.c_str(), o.takes_value ? " V" : "", o.help.c_str());
+    }
 }
 
 }  // namespace

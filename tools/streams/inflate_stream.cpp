@@ -1,6 +1,6 @@
 // Stream side of Inflate: wrappers, block headers, stored blocks, dynamic
 // code lengths and the history window around nuxsInflate_8u.
-#include "inflate_stream.h"
+#include "streams/inflate_stream.h"
 
 #include <algorithm>
 #include <cstring>

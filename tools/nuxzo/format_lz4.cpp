@@ -19,7 +19,7 @@
 
 #include "nuxzo.h"
 #include "tool.h"
-#include "xxh32.h"
+#include "streams/xxh32.h"
 
 namespace nuxzo {
 namespace {
@@ -54,8 +54,8 @@ void write32(Output& out, uint32_t v) {
 
 // ---- writing ----------------------------------------------------------------
 
-void compress(Input& in, Output& out, const CompressOptions& options) {
-    const bool linked = options.linked;
+void compress(Input& in, Output& out, const Options& options) {
+    const bool linked = options.flag("--linked");
     uint8_t header[7];
     put32(header, kFrameMagic);
     header[4] = uint8_t(0x40 | (linked ? 0 : 0x20) | 0x04);  // version 01, content checksum
@@ -191,7 +191,7 @@ void decode_frame(Input& in, Output& out, uint64_t start) {
     }
 }
 
-void decompress(Input& in, Output& out) {
+void decompress(Input& in, Output& out, const Options&) {
     bool first = true;
     for (;;) {
         const uint64_t start = in.offset();
@@ -217,8 +217,10 @@ void decompress(Input& in, Output& out) {
     }
 }
 
-const FormatRegistrar lz4_writer("lz4", ".lz4", compress);
-const FormatRegistrar lz4_reader("lz4", ".lz4", detect, decompress);
+const FormatRegistrar lz4_format({.name = "lz4", .suffixes = {".lz4"}, .min_level = 1, .max_level = 1,
+                                  .default_level = 1,
+                                  .options = {{"--linked", false, "blocks refer back into the previous 64 KiB"}},
+                                  .detect = detect, .compress = compress, .decompress = decompress});
 
 }  // namespace
 }  // namespace nuxzo
