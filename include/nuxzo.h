@@ -186,6 +186,14 @@ NUX_API NuxStatus nuxsEncodeLZ4DictSafe_8u(const Nux8u* pSrc, int srcIdx, int* p
 
 /* ---- bzip2 stages ------------------------------------------------------ */
 
+/* Run-length stage and symbol sets */
+
+/* Burrows-Wheeler transform */
+
+/* Move-to-front and zero runs */
+
+/* Huffman stage and block decoding */
+
 /* ---- ZFP: 4x4x4 float blocks ------------------------------------------- */
 
 #ifdef __cplusplus
