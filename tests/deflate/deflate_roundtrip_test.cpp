@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "streams/deflate_stream.h"
+#include "streams/sample_data.h"
 #include "support/peers.h"
 
 namespace {
@@ -38,7 +39,7 @@ TEST(DeflateRoundTrip, EdgeDataAtEveryLevel) {
                           {"three bytes", {1, 2, 3}, 0},
                           {"zeros", Bytes(300000, 0), 2000},
                           {"random", nuxtest::random_bytes(200000, 1), 200000 + 200 + 16},  // stored blocks
-                          {"text", nuxtest::compressible_bytes(200000, 2), 0},
+                          {"text", nuxzo::sample::text(200000, 2), 0},
                           {"period 3", period3, 0}};
     for (int level = 0; level < 30; ++level)
         for (const Case& c : cases) {
@@ -54,7 +55,7 @@ TEST(DeflateRoundTrip, EdgeDataAtEveryLevel) {
 // sends its held match when a parser call ends, so its stream depends on
 // where calls end: it only has to decode.
 TEST(DeflateRoundTrip, PiecewiseWritesEqualOneWrite) {
-    Bytes data = nuxtest::compressible_bytes(3 << 20, 5);  // crosses the buffer compaction
+    Bytes data = nuxzo::sample::text(3 << 20, 5);  // crosses the buffer compaction
     for (size_t at : {size_t(40000), size_t(900000), size_t(2500000)}) {
         const Bytes noise = nuxtest::random_bytes(30000 + at / 50, uint32_t(at));
         std::copy(noise.begin(), noise.end(), data.begin() + ptrdiff_t(at));
@@ -78,7 +79,7 @@ TEST(DeflateRoundTrip, PiecewiseWritesEqualOneWrite) {
 }
 
 TEST(DeflateRoundTrip, PresetDictionaryDecodesWithInflateSetDictionary) {
-    const Bytes text = nuxtest::compressible_bytes(120000, 7);
+    const Bytes text = nuxzo::sample::text(120000, 7);
     const Bytes dict(text.begin(), text.begin() + 50000), data(text.begin() + 50000, text.end());
     for (int level : {0, 1, 6, 10, 9, 25}) {
         const Bytes with = compress_raw(data.data(), data.size(), level, dict.data(), dict.size());

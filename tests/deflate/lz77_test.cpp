@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "support/test_support.h"
 #include "nuxzo.h"
+#include "streams/sample_data.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -137,29 +138,6 @@ TEST(Lz77, ArgumentOrderAndParameterRecords) {
     EXPECT_EQ(p.find(true, &src, len, data.data(), slots, &good, 0), NuxStatusOk);
 }
 
-// Each level behaves exactly like its row given to the finder of its class
-// (units digit 5..9 lazy, else greedy).
-TEST(Lz77, LevelsAreTheirRows) {
-    const NuxDeflateMatchParams rows[30] = {
-        {0, 0, 0, 0},       {4, 8, 8, 8},       {4, 16, 16, 9},     {4, 16, 16, 12},     {48, 32, 32, 16},
-        {32, 8, 32, 16},    {128, 8, 256, 16},  {144, 8, 256, 16},  {192, 32, 258, 128}, {256, 32, 258, 258},
-        {0, 0, 0, 0},       {3, 7, 8, 258},     {3, 8, 16, 258},    {5, 8, 16, 258},     {16, 32, 32, 258},
-        {24, 6, 32, 16},    {120, 7, 256, 16},  {140, 7, 256, 16},  {192, 32, 258, 128}, {512, 32, 258, 258},
-        {0, 0, 0, 0},       {4, 8, 8, 258},     {4, 16, 16, 258},   {4, 16, 16, 258},    {16, 32, 32, 258},
-        {32, 8, 32, 16},    {128, 8, 256, 16},  {144, 8, 256, 16},  {192, 32, 258, 128}, {512, 32, 258, 258}};
-    const Bytes text = nuxtest::compressible_bytes(60000, 13);
-    for (int level = 0; level < 30; ++level) {
-        Parser a, b;
-        const Nux8u *sa = text.data(), *sb = text.data();
-        Nux32u la = Nux32u(text.size()), lb = la, slots_b = 65536;
-        const int na = a.call(sa, la, text.data(), 65536, level, 2);
-        ASSERT_EQ(b.find(level % 10 >= 5, &sb, lb, text.data(), slots_b, &rows[level], 2), NuxStatusOk);
-        ASSERT_EQ(na, int(65536 - slots_b)) << level;
-        EXPECT_TRUE(std::equal(a.dist.begin(), a.dist.begin() + na, b.dist.begin())) << level;
-        EXPECT_TRUE(std::equal(a.lit.begin(), a.lit.begin() + na, b.lit.begin())) << level;
-    }
-}
-
 // Random bytes give no matches, so consumption shows the lookahead rule and
 // the slot limit; the frequency tables count every symbol written.
 TEST(Lz77, LookaheadFlushAndSlots) {
@@ -210,7 +188,7 @@ TEST(Lz77, ExactlyTheMinimumLookaheadTakesAWholeMatch) {
 // runs the loops compiled for the level's row, a separate window the same
 // loops with the row's values at run time.
 TEST(Lz77, PiecesAndSeparateWindowReplayToTheInput) {
-    const Bytes text = nuxtest::compressible_bytes(200000, 11);
+    const Bytes text = nuxzo::sample::text(200000, 11);
     const Bytes small(text.begin(), text.begin() + 40000), run(2000, 0x55);
     // A block repeated at exactly the window size: distance 32768 is not allowed.
     Bytes far = nuxtest::random_bytes(kWin, 5);
@@ -235,7 +213,7 @@ TEST(Lz77, PiecesAndSeparateWindowReplayToTheInput) {
 TEST(Lz77, RebasingNearTwoToThe31KeepsHistoryReachable) {
     for (int level : {0, 1, 6}) {
         SCOPED_TRACE(level);
-        const Bytes history = nuxtest::compressible_bytes(kWin, 21);
+        const Bytes history = nuxzo::sample::text(kWin, 21);
         Bytes input(history.begin() + 1000, history.begin() + 11000);  // repeats of the history
         std::vector<Nux16u> first;
         for (Nux32u start : {0x7FFFFFFFu - 20000u - kWin, 0x7FFFFFFFu - 20000u - kWin - 1}) {
@@ -281,48 +259,46 @@ struct Tables {
     long heads() const { return std::count_if(head.begin(), head.end(), [](Nux32s e) { return e != -32768; }); }
 };
 
-TEST(Lz77, DictionaryInsertsAllButTheLast257Positions) {
+// The loader copies the last 32 KiB of the dictionary and hashes all but
+// its last 257 positions; level 0 selects the shift hash (head only) in both
+// functions, a negative level the shift hash in the loader but the CRC hash
+// in the update.
+TEST(Lz77, DictionaryAndHashUpdate) {
     const Bytes big = nuxtest::random_bytes(kWin + 100, 8);
-    for (int n : {257, 300}) {
+    struct Case {
+        int n, level;
+        long chained;
+    };
+    for (const Case& c : {Case{257, 6, 0}, Case{300, 6, 43}, Case{400, 0, 0}, Case{400, -1, 0}, Case{400, 3, 143}}) {
         Tables t;
-        ASSERT_EQ(t.set_dict(big.data(), n, 6), NuxStatusOk);
-        EXPECT_EQ(0, std::memcmp(t.window.data(), big.data(), size_t(n)));
-        EXPECT_EQ(t.chained(), n == 300 ? 43 : 0);
+        ASSERT_EQ(t.set_dict(big.data(), c.n, c.level), NuxStatusOk);
+        EXPECT_EQ(0, std::memcmp(t.window.data(), big.data(), size_t(c.n)));
+        EXPECT_EQ(t.chained(), c.chained) << c.n << " level " << c.level;
     }
-    // Longer than the window: only the last 32 KiB count.
+    for (int level : {0, -1, 3}) {
+        Tables t;
+        ASSERT_EQ(t.update(big.data(), 1000, 400, level), NuxStatusOk);
+        EXPECT_EQ(t.chained(), level == 0 ? 0 : 397) << level;
+        EXPECT_GE(t.heads(), 390);
+    }
     Tables t;
     ASSERT_EQ(t.set_dict(big.data(), int(big.size()), 1), NuxStatusOk);
-    EXPECT_EQ(0, std::memcmp(t.window.data(), big.data() + 100, kWin));
-    // Too short: nothing changes, and the checks come first.
+    EXPECT_EQ(0, std::memcmp(t.window.data(), big.data() + 100, kWin));  // only the last 32 KiB count
+    // Argument order, and a dictionary too short to change anything.
     Tables u;
     EXPECT_EQ(nuxsDeflateDictionarySet_8u(big.data(), 3, u.head.data(), kHash, u.chain.data(), nullptr, kWin, 1),
               NuxStatusNullPtr);
     EXPECT_EQ(u.set_dict(big.data(), 3, 1, 100), NuxStatusSize);
     EXPECT_EQ(u.set_dict(big.data(), 3, 1), NuxStatusOk);
     EXPECT_EQ(u.window[0], 0xEE);
-}
-
-// Level 0 selects the shift hash (head only) in both functions; a negative
-// level selects it in the loader but the CRC hash in the update.
-TEST(Lz77, HashUpdateLevelTests) {
-    const Bytes data = nuxtest::random_bytes(400, 9);
-    for (int level : {0, -1, 3}) {
-        Tables a, b;
-        ASSERT_EQ(a.update(data.data(), 1000, 400, level), NuxStatusOk);
-        EXPECT_EQ(a.chained(), level == 0 ? 0 : 397) << level;
-        EXPECT_GE(a.heads(), 390);
-        ASSERT_EQ(b.set_dict(data.data(), 400, level), NuxStatusOk);
-        EXPECT_EQ(b.chained(), level < 1 ? 0 : 143) << level;
-    }
-    Tables t;
-    EXPECT_EQ(t.update(data.data(), 0, 3, 1), NuxStatusOk);
-    EXPECT_EQ(t.update(nullptr, 0, 3, 1), NuxStatusNullPtr);
-    EXPECT_EQ(t.update(data.data(), 0, 3, 1, 65536), NuxStatusSize);
-    EXPECT_EQ(t.chained(), 0);
+    EXPECT_EQ(u.update(nullptr, 0, 3, 1), NuxStatusNullPtr);
+    EXPECT_EQ(u.update(big.data(), 0, 3, 1, 65536), NuxStatusSize);
+    EXPECT_EQ(u.update(big.data(), 0, 3, 1), NuxStatusOk);
+    EXPECT_EQ(u.chained(), 0);
 }
 
 TEST(Lz77, GuardedInputAndCleanUpperState) {
-    const Bytes text = nuxtest::compressible_bytes(5000, 2);
+    const Bytes text = nuxzo::sample::text(5000, 2);
     nuxtest::GuardedBuffer g(text.size());
     std::memcpy(g.data(), text.data(), text.size());
     for (int level : {0, 1, 9}) {

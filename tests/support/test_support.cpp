@@ -33,30 +33,6 @@ GuardedBuffer::GuardedBuffer(size_t size) : size_(size) {
 
 GuardedBuffer::~GuardedBuffer() { munmap(map_, map_size_); }
 
-Bytes random_bytes(size_t n, uint64_t seed) { return nuxzo::sample::noise(n, seed); }
-
-Bytes compressible_bytes(size_t n, uint64_t seed) {
-    static const char* const words[] = {"the ",  "compress", "ion ",   "of ",   "data ", "stream",
-                                        "block ", "Huffman ", "window ", "match ", "\n",    "zlib ",
-                                        "12345", "deflate ", "history ", "<tag>", "</tag>", "  "};
-    std::mt19937_64 rng(seed);
-    Bytes out;
-    out.reserve(n);
-    while (out.size() < n) {
-        const uint64_t r = rng();
-        if ((r & 15) == 0 && out.size() > 300) {
-            // Copy an earlier stretch: matches at long distances.
-            size_t len = 4 + (r >> 8) % 200, dist = 1 + (r >> 20) % std::min<size_t>(out.size(), 40000);
-            for (size_t i = 0; i < len && out.size() < n; ++i) out.push_back(out[out.size() - dist]);
-        } else if ((r & 15) == 1) {
-            out.push_back(uint8_t(r >> 32));  // an odd byte now and then
-        } else {
-            for (const char* w = words[(r >> 8) % std::size(words)]; *w && out.size() < n; ++w)
-                out.push_back(uint8_t(*w));
-        }
-    }
-    return out;
-}
 
 Bytes read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

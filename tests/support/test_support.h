@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "streams/sample_data.h"
+
 namespace nuxtest {
 
 using Bytes = std::vector<uint8_t>;
@@ -35,9 +37,9 @@ class GuardedBuffer {
     size_t size_ = 0;
 };
 
-Bytes random_bytes(size_t n, uint64_t seed);
+inline Bytes random_bytes(size_t n, uint64_t seed) { return nuxzo::sample::noise(n, seed); }
 // Text-like data with repeats at many distances; compresses about 3:1.
-Bytes compressible_bytes(size_t n, uint64_t seed);
+inline Bytes compressible_bytes(size_t n, uint64_t seed) { return nuxzo::sample::text(n, seed); }
 
 struct NamedInput {
     std::string name;
