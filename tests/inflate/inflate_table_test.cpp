@@ -393,19 +393,19 @@ TEST(InflateDecode, RandomCodesAndSymbols) {
 
 TEST(InflateDecode, LeavesUpperStateClean) {
     if (!nuxtest::can_check_upper_vector_state()) GTEST_SKIP();
-    // Long enough for the fast loop and its 32-byte match copies: 64
-    // literals, then matches at distances 49..64.
+    // Long enough for the fast loop to run and exit on its own, with its
+    // 32-byte match copies: 64 literals, then matches at distances 49..64.
     BitWriter w;
     for (unsigned i = 0; i < 64; ++i) w.fixed('A' + i % 26);
-    for (unsigned i = 0; i < 8; ++i) {
+    for (unsigned i = 0; i < 800; ++i) {
         w.fixed(285);
         w.code(11, 5);
         w.put(15, 4);
     }
     w.fixed(256);
-    Call c(w.finish(), 4096);
+    Call c(w.finish(), 800 * 258 + 64);
     EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] { c.run(); }));
-    EXPECT_EQ(std::memcmp(c.out.data(), c.out.data() + 64, 8 * 258), 0);
+    EXPECT_EQ(std::memcmp(c.out.data(), c.out.data() + 64, 800 * 258), 0);
     EXPECT_TRUE(nuxtest::leaves_upper_state_clean([&] {
         NuxInflateHuffTable t{};
         build(concat(chain(15, 286, 256), chain(15, 30, 15)), 286, t);
